@@ -1,0 +1,6 @@
+// Closing kernel object handles.
+#pragma once
+
+#include "pal/windef.h"
+
+BOOL WINAPI CloseHandle(HANDLE hObject);

@@ -1,0 +1,102 @@
+// Control of the platform layer for tests and tools: the clock, injected faults,
+// captured debugger output and message boxes, the module path and the host profile.
+// System code never includes this header.
+#pragma once
+
+#include "pal/windef.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace pal {
+
+// ---- Clock --------------------------------------------------------------------------------
+// Every Sleep, wait timeout and GetTickCount runs `factor` times faster than real time.
+void SetClockScale(DWORD factor);
+DWORD GetClockScale();
+// Added to every GetTickCount result, e.g. to start just before the 32-bit wrap.
+void SetTickCountOffset(DWORD offsetMs);
+// From now on the local time runs on (at the clock's scale) from `st`.
+void SetLocalTimeForTest(const SYSTEMTIME& st);
+// Back to the machine's real local time.
+void ResetLocalTimeForTest();
+
+// ---- Fault injection ----------------------------------------------------------------------
+// Makes calls to the platform function `api` (its Win32 name, e.g. "CreateEventW") fail with
+// `error`. nth == 0 fails every matching call; nth == N fails only the Nth matching call
+// counted from now. With `arg`, only calls whose main argument (a name, a path) equals it
+// case-insensitively match. One rule per api; a new rule replaces the old one.
+void InjectFault(const char* api, DWORD error, ULONG nth = 0, const WCHAR* arg = nullptr);
+void ClearFault(const char* api);
+void ClearFaults();
+// Matching calls seen and calls failed since the rule for `api` was set.
+ULONG FaultCalls(const char* api);
+ULONG FaultHits(const char* api);
+
+// The task allocator (CoTaskMemAlloc, CoTaskMemRealloc, SysAllocString*) fails its Nth
+// allocation counted from now; 0 disarms. TaskAllocations counts allocations since arming.
+void FailTaskAllocAt(ULONG nth);
+ULONG TaskAllocations();
+// Same for `new (std::nothrow)`, effective only in programs linked with pal_newfault.
+void FailNothrowNewAt(ULONG nth);
+ULONG NothrowNewAllocations();
+
+// ---- Debugger output and message boxes ------------------------------------------------------
+// While capturing, OutputDebugString text is kept (one entry per call, UTF-16) instead of
+// going to standard error.
+void CaptureDebugOutput(bool capture);
+std::vector<std::u16string> TakeDebugOutput();
+// All captured text joined, in UTF-8.
+std::string TakeDebugOutputText();
+
+struct MessageBoxRecord
+{
+    std::u16string caption;
+    std::u16string text;
+    UINT type;
+};
+// While capturing, MessageBoxW records its box instead of writing it to standard error.
+void CaptureMessageBoxes(bool capture);
+std::vector<MessageBoxRecord> TakeMessageBoxes();
+
+// ---- Module and host --------------------------------------------------------------------------
+// GetModuleFileNameW reports `path` instead of the real executable; nullptr restores it.
+void SetModuleFileNameForTest(const WCHAR* path);
+// GetCommandLineW reports `commandLine`; nullptr restores the real one.
+void SetCommandLineForTest(const WCHAR* commandLine);
+
+struct HostProfile
+{
+    DWORD dwMajorVersion = 10;
+    DWORD dwMinorVersion = 0;
+    DWORD dwBuildNumber = 20348;
+    DWORD dwPlatformId = 2;  // VER_PLATFORM_WIN32_NT
+    WORD wServicePackMajor = 0;
+    WORD wServicePackMinor = 0;
+    WORD wSuiteMask = 0x0110;  // VER_SUITE_SINGLEUSERTS | VER_SUITE_TERMINAL
+    BYTE wProductType = 3;     // VER_NT_SERVER
+    WORD wProcessorArchitecture = 9;  // PROCESSOR_ARCHITECTURE_AMD64
+    DWORD dwNumberOfProcessors = 2;
+    // Older systems lack GetNativeSystemInfo; GetProcAddress then fails to find it.
+    bool fHasGetNativeSystemInfo = true;
+    // GetVersionExW fails with this error when non-zero.
+    DWORD dwGetVersionExError = 0;
+};
+void SetHostProfile(const HostProfile& profile);
+HostProfile GetHostProfile();
+
+// ---- Machine root -----------------------------------------------------------------------------
+// The directory that holds the persistent state of the emulated machine: $ORVSIM_ROOT, or
+// $HOME/.orvsim when unset. Created on first use.
+std::string MachineRoot();
+
+// ---- Text for tools and tests ------------------------------------------------------------------
+// Lenient conversions: invalid input becomes U+FFFD.
+std::string Utf16ToUtf8(std::u16string_view s);
+std::u16string Utf8ToUtf16(std::string_view s);
+
+// Restores every control above to its default (real clock, no faults, no capture).
+void ResetForTest();
+
+}  // namespace pal

@@ -1,0 +1,21 @@
+// String helpers of kernel32 and the local heap.
+#pragma once
+
+#include "pal/windef.h"
+
+int WINAPI lstrlenW(LPCWSTR lpString);
+int WINAPI lstrlenA(LPCSTR lpString);
+// Locale-aware, case-sensitive "word sort" comparisons: <0, 0 or >0.
+int WINAPI lstrcmpW(LPCWSTR lpString1, LPCWSTR lpString2);
+int WINAPI lstrcmpA(LPCSTR lpString1, LPCSTR lpString2);
+int WINAPI lstrcmpiW(LPCWSTR lpString1, LPCWSTR lpString2);
+int WINAPI lstrcmpiA(LPCSTR lpString1, LPCSTR lpString2);
+LPWSTR WINAPI lstrcpynW(LPWSTR lpString1, LPCWSTR lpString2, int iMaxLength);
+
+using HLOCAL = HANDLE;
+#define LMEM_FIXED 0x0000
+#define LMEM_ZEROINIT 0x0040
+#define LPTR (LMEM_FIXED | LMEM_ZEROINIT)
+
+HLOCAL WINAPI LocalAlloc(UINT uFlags, SIZE_T uBytes);
+HLOCAL WINAPI LocalFree(HLOCAL hMem);
