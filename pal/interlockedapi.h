@@ -36,3 +36,18 @@ inline PVOID InterlockedCompareExchangePointer(PVOID volatile* p, PVOID exchange
                                 __ATOMIC_SEQ_CST);
     return comparand;
 }
+
+// Plain 32-bit loads and stores that other threads may race with (values read without a lock).
+inline LONG ReadNoFence(LONG const volatile* p) { return __atomic_load_n(p, __ATOMIC_RELAXED); }
+inline void WriteNoFence(LONG volatile* p, LONG value)
+{
+    __atomic_store_n(p, value, __ATOMIC_RELAXED);
+}
+inline DWORD ReadULongNoFence(DWORD const volatile* p)
+{
+    return __atomic_load_n(p, __ATOMIC_RELAXED);
+}
+inline void WriteULongNoFence(DWORD volatile* p, DWORD value)
+{
+    __atomic_store_n(p, value, __ATOMIC_RELAXED);
+}
