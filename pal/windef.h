@@ -79,7 +79,9 @@ PAL_DECLARE_HANDLE(HINSTANCE);
 PAL_DECLARE_HANDLE(HWND);
 using HMODULE = HINSTANCE;
 
-using FARPROC = intptr_t (*)();
+// Windows declares INT_PTR (WINAPI *)(); the generic void (*)() converts to any function type
+// without a cast-function-type warning, as the callers' casts expect.
+using FARPROC = void (*)();
 
 #ifndef TRUE
 #define TRUE 1
@@ -121,8 +123,7 @@ struct FILETIME
 using LPFILETIME = FILETIME*;
 static_assert(sizeof(FILETIME) == 8);
 
-union LARGE_INTEGER
-{
+union LARGE_INTEGER {
     struct
     {
         DWORD LowPart;

@@ -20,6 +20,10 @@ bool ConsumeFault(const char* api, DWORD* pdwError);
 bool FailIfInjected(const char* api, const WCHAR* arg = nullptr);
 // True when the task allocator must fail this allocation.
 bool TaskAllocShouldFail();
+// The task allocator's raw blocks, shared by CoTaskMem* and BSTRs; TaskAlloc obeys
+// FailTaskAllocAt.
+void* TaskAlloc(size_t cb);
+void TaskFree(void* pv);
 // True when this `new (std::nothrow)` must fail.
 bool NothrowNewShouldFail();
 
@@ -40,8 +44,14 @@ std::optional<std::u16string> ModuleFileNameOverride();
 std::optional<std::u16string> CommandLineOverride();
 
 // ---- Text ----
-inline std::string ToUtf8(std::u16string_view s) { return pal::Utf16ToUtf8(s); }
-inline std::u16string ToUtf16(std::string_view s) { return pal::Utf8ToUtf16(s); }
+inline std::string ToUtf8(std::u16string_view s)
+{
+    return pal::Utf16ToUtf8(s);
+}
+inline std::u16string ToUtf16(std::string_view s)
+{
+    return pal::Utf8ToUtf16(s);
+}
 size_t WideLength(const WCHAR* s);
 
-}  // namespace pal::detail
+} // namespace pal::detail

@@ -1,0 +1,137 @@
+// Operating system version and processor information from the host profile.
+#include "pal/errhandlingapi.h"
+#include "pal/sysinfoapi.h"
+#include "tests/support/paltest.h"
+
+#include <cstring>
+
+namespace {
+
+using SysInfoTest = orvtest::PalTest;
+
+constexpr DWORD kUntouched = 0xDEADBEEF;
+
+TEST_F(SysInfoTest, VersionFromTheDefaultProfile)
+{
+    OSVERSIONINFOW info{};
+    info.dwOSVersionInfoSize = sizeof(info);
+    SetLastError(kUntouched);
+    ASSERT_TRUE(GetVersionExW(&info));
+    EXPECT_WIN32(kUntouched, GetLastError());
+    EXPECT_EQ(276u, info.dwOSVersionInfoSize);
+    EXPECT_EQ(10u, info.dwMajorVersion);
+    EXPECT_EQ(0u, info.dwMinorVersion);
+    EXPECT_EQ(20348u, info.dwBuildNumber);
+    EXPECT_EQ(static_cast<DWORD>(VER_PLATFORM_WIN32_NT), info.dwPlatformId);
+    EXPECT_EQ(0, info.szCSDVersion[0]);
+}
+
+TEST_F(SysInfoTest, ExtendedRecordGetsTheExtendedFields)
+{
+    pal::HostProfile profile;
+    profile.dwMajorVersion = 6;
+    profile.dwMinorVersion = 1;
+    profile.dwBuildNumber = 7601;
+    profile.wServicePackMajor = 1;
+    profile.wServicePackMinor = 2;
+    profile.wSuiteMask = 0x0112;
+    profile.wProductType = VER_NT_WORKSTATION;
+    pal::SetHostProfile(profile);
+
+    OSVERSIONINFOEXW info;
+    std::memset(&info, 0xAB, sizeof(info));
+    info.dwOSVersionInfoSize = sizeof(info);
+    ASSERT_TRUE(GetVersionExW(reinterpret_cast<LPOSVERSIONINFOW>(&info)));
+    EXPECT_EQ(6u, info.dwMajorVersion);
+    EXPECT_EQ(1u, info.dwMinorVersion);
+    EXPECT_EQ(7601u, info.dwBuildNumber);
+    EXPECT_EQ(u"Service Pack 1", std::u16string(info.szCSDVersion));
+    EXPECT_EQ(1, info.wServicePackMajor);
+    EXPECT_EQ(2, info.wServicePackMinor);
+    EXPECT_EQ(0x0112, info.wSuiteMask);
+    EXPECT_EQ(VER_NT_WORKSTATION, info.wProductType);
+    EXPECT_EQ(0, info.wReserved);
+}
+
+TEST_F(SysInfoTest, PlainRecordLeavesTheExtendedFieldsAlone)
+{
+    OSVERSIONINFOEXW info;
+    std::memset(&info, 0xAB, sizeof(info));
+    info.dwOSVersionInfoSize = sizeof(OSVERSIONINFOW);
+    ASSERT_TRUE(GetVersionExW(reinterpret_cast<LPOSVERSIONINFOW>(&info)));
+    EXPECT_EQ(10u, info.dwMajorVersion);
+    EXPECT_EQ(0xABAB, info.wServicePackMajor);
+    EXPECT_EQ(0xABAB, info.wSuiteMask);
+    EXPECT_EQ(0xAB, info.wProductType);
+    EXPECT_EQ(0xAB, info.wReserved);
+}
+
+TEST_F(SysInfoTest, AnyOtherSizeFailsWithInsufficientBuffer)
+{
+    for (DWORD size : {0u, 1u, 148u, 275u, 277u, 283u, 285u, 552u}) {
+        OSVERSIONINFOEXW info{};
+        info.dwOSVersionInfoSize = size;
+        SetLastError(0);
+        EXPECT_FALSE(GetVersionExW(reinterpret_cast<LPOSVERSIONINFOW>(&info))) << size;
+        EXPECT_WIN32(ERROR_INSUFFICIENT_BUFFER, GetLastError());
+        EXPECT_EQ(0u, info.dwMajorVersion);
+    }
+}
+
+TEST_F(SysInfoTest, ProfileErrorAndFaultHookMakeItFail)
+{
+    pal::HostProfile profile;
+    profile.dwGetVersionExError = ERROR_ACCESS_DENIED;
+    pal::SetHostProfile(profile);
+    OSVERSIONINFOW info{};
+    info.dwOSVersionInfoSize = sizeof(info);
+    EXPECT_FALSE(GetVersionExW(&info));
+    EXPECT_WIN32(ERROR_ACCESS_DENIED, GetLastError());
+
+    pal::SetHostProfile(pal::HostProfile{});
+    pal::InjectFault("GetVersionExW", ERROR_NOT_ENOUGH_MEMORY, 1);
+    EXPECT_FALSE(GetVersionExW(&info));
+    EXPECT_WIN32(ERROR_NOT_ENOUGH_MEMORY, GetLastError());
+    EXPECT_TRUE(GetVersionExW(&info));
+}
+
+TEST_F(SysInfoTest, SystemInfoFromTheProfile)
+{
+    for (auto fill : {&GetSystemInfo, &GetNativeSystemInfo}) {
+        SYSTEM_INFO info;
+        std::memset(&info, 0xCD, sizeof(info));
+        fill(&info);
+        EXPECT_EQ(PROCESSOR_ARCHITECTURE_AMD64, info.u.s.wProcessorArchitecture);
+        EXPECT_EQ(0, info.u.s.wReserved);
+        EXPECT_EQ(4096u, info.dwPageSize);
+        EXPECT_EQ(65536u, info.dwAllocationGranularity);
+        EXPECT_EQ(reinterpret_cast<LPVOID>(0x10000), info.lpMinimumApplicationAddress);
+        EXPECT_EQ(reinterpret_cast<LPVOID>(0x7FFFFFFEFFFF), info.lpMaximumApplicationAddress);
+        EXPECT_EQ(2u, info.dwNumberOfProcessors);
+        EXPECT_EQ(DWORD_PTR(0x3), info.dwActiveProcessorMask);
+        EXPECT_EQ(8664u, info.dwProcessorType);
+    }
+}
+
+TEST_F(SysInfoTest, ProcessorMaskHasOneBitPerProcessor)
+{
+    struct Case
+    {
+        DWORD count;
+        DWORD_PTR mask;
+    };
+    for (Case c :
+         {Case{1, 0x1}, Case{4, 0xF}, Case{63, 0x7FFFFFFFFFFFFFFF}, Case{64, ~DWORD_PTR(0)}}) {
+        pal::HostProfile profile;
+        profile.dwNumberOfProcessors = c.count;
+        profile.wProcessorArchitecture = PROCESSOR_ARCHITECTURE_INTEL;
+        pal::SetHostProfile(profile);
+        SYSTEM_INFO info{};
+        GetNativeSystemInfo(&info);
+        EXPECT_EQ(c.count, info.dwNumberOfProcessors);
+        EXPECT_EQ(c.mask, info.dwActiveProcessorMask) << c.count;
+        EXPECT_EQ(PROCESSOR_ARCHITECTURE_INTEL, info.u.s.wProcessorArchitecture);
+    }
+}
+
+} // namespace
