@@ -5,7 +5,10 @@
 
 int WINAPI lstrlenW(LPCWSTR lpString);
 int WINAPI lstrlenA(LPCSTR lpString);
-// Locale-aware, case-sensitive "word sort" comparisons: <0, 0 or >0.
+// Locale-aware, case-sensitive "word sort" comparisons returning -1, 0 or +1. An approximation
+// of the Windows default sort (described in pal/src/lstr.cpp): hyphens and apostrophes weigh
+// least, punctuation < digits < letters, letters case-insensitive first, then lowercase before
+// uppercase; 0 only for identical strings. Character by character, so "10.0" < "3.1".
 int WINAPI lstrcmpW(LPCWSTR lpString1, LPCWSTR lpString2);
 int WINAPI lstrcmpA(LPCSTR lpString1, LPCSTR lpString2);
 int WINAPI lstrcmpiW(LPCWSTR lpString1, LPCWSTR lpString2);
