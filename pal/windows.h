@@ -15,4 +15,5 @@
 #include "pal/fileapi.h"
 #include "pal/stringapiset.h"
 #include "pal/winbase.h"
+#include "pal/winreg.h"
 #include "pal/winuser.h"

@@ -1,0 +1,25 @@
+// A subcommand of orvsim. Each one lives in its own source files and adds itself to the
+// command line with an Add...Command function listed in main.cpp.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <memory>
+
+namespace orvsim {
+
+class Command
+{
+public:
+    virtual ~Command() = default;
+    // True when the command line selected this command.
+    virtual bool Selected() const = 0;
+    // Runs it once the machine root is set: 0 on success, 1 on failure (after a one-line
+    // message on standard error).
+    virtual int Run() = 0;
+};
+
+// `orvsim reg`: query, add and delete registry keys and values in the manner of reg.exe.
+std::unique_ptr<Command> AddRegCommand(CLI::App& app);
+
+} // namespace orvsim
