@@ -48,12 +48,18 @@ private:
 
 BOOL SetEventState(HANDLE hEvent, bool fSignaled)
 {
-    auto pEvent = pal::detail::ReferenceHandleAs<EventObject>(hEvent, EVENT_MODIFY_STATE);
-    if (!pEvent)
-        return FALSE;
-    std::lock_guard lock(KernelLock());
-    pEvent->SetLocked(fSignaled);
-    return TRUE;
+    DWORD dwError = 0;
+    {
+        std::lock_guard lock(KernelLock());
+        auto* pEvent =
+            pal::detail::LookupHandleAsLocked<EventObject>(hEvent, EVENT_MODIFY_STATE, &dwError);
+        if (pEvent) {
+            pEvent->SetLocked(fSignaled);
+            return TRUE;
+        }
+    }
+    SetLastError(dwError);
+    return FALSE;
 }
 
 } // namespace

@@ -214,10 +214,17 @@ HANDLE InsertHandle(KernelObjectPtr object, DWORD dwAccess)
     return InsertHandleLocked(std::move(object), dwAccess);
 }
 
-KernelObjectPtr ReferenceHandleLocked(HANDLE h, DWORD dwAccess, DWORD* pdwError)
+KernelObject* LookupHandleLocked(HANDLE h, DWORD dwAccess, DWORD* pdwError)
+{
+    return LookupHandleOfTypeLocked(
+        h, dwAccess, [](const KernelObject&) { return true; }, pdwError);
+}
+
+KernelObject* LookupHandleOfTypeLocked(HANDLE h, DWORD dwAccess, ObjectTypeTest isType,
+                                       DWORD* pdwError)
 {
     Slot* pSlot = FindSlotLocked(h);
-    if (!pSlot) {
+    if (!pSlot || !isType(*pSlot->pObject)) {
         *pdwError = ERROR_INVALID_HANDLE;
         return nullptr;
     }
@@ -225,21 +232,16 @@ KernelObjectPtr ReferenceHandleLocked(HANDLE h, DWORD dwAccess, DWORD* pdwError)
         *pdwError = ERROR_ACCESS_DENIED;
         return nullptr;
     }
-    return pSlot->pObject;
+    return pSlot->pObject.get();
 }
 
 std::shared_ptr<KernelObject> ReferenceHandleOfType(HANDLE h, DWORD dwAccess, ObjectTypeTest isType)
 {
-    DWORD dwError = ERROR_INVALID_HANDLE;
+    DWORD dwError = 0;
     {
         std::lock_guard lock(KernelLock());
-        Slot* pSlot = FindSlotLocked(h);
-        // Windows checks the kind of object before the rights of the handle.
-        if (pSlot && isType(*pSlot->pObject)) {
-            if ((pSlot->dwAccess & dwAccess) == dwAccess)
-                return pSlot->pObject;
-            dwError = ERROR_ACCESS_DENIED;
-        }
+        if (KernelObject* pObject = LookupHandleOfTypeLocked(h, dwAccess, isType, &dwError))
+            return pObject->shared_from_this();
     }
     SetLastError(dwError);
     return nullptr;

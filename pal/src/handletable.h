@@ -27,7 +27,7 @@ struct AccessMapping
 
 // Base of every object a handle can refer to. Objects are shared_ptr-owned: by the handles that
 // refer to them, by waits in progress and, for running threads, by the thread itself.
-class KernelObject
+class KernelObject : public std::enable_shared_from_this<KernelObject>
 {
 public:
     KernelObject() = default;
@@ -98,11 +98,18 @@ HANDLE InsertHandle(KernelObjectPtr object, DWORD dwAccess);
 HANDLE InsertHandleLocked(KernelObjectPtr object, DWORD dwAccess);
 
 // The object behind `h` when `h` is open and grants every right in `dwAccess`; otherwise
-// nullptr and *pdwError is ERROR_INVALID_HANDLE or ERROR_ACCESS_DENIED. Expects KernelLock().
-KernelObjectPtr ReferenceHandleLocked(HANDLE h, DWORD dwAccess, DWORD* pdwError);
+// nullptr and *pdwError is ERROR_INVALID_HANDLE or ERROR_ACCESS_DENIED. Expects KernelLock();
+// the pointer is good while the lock is held (shared_from_this keeps the object longer).
+KernelObject* LookupHandleLocked(HANDLE h, DWORD dwAccess, DWORD* pdwError);
 
-// The object behind `h` as a T: nullptr with the last error set when the handle is bad, names
-// another kind of object (ERROR_INVALID_HANDLE) or lacks a right (ERROR_ACCESS_DENIED).
+// As LookupHandleLocked, for an object of kind T: another kind is ERROR_INVALID_HANDLE (the kind
+// is checked before the rights, as Windows does).
+template <class T>
+T* LookupHandleAsLocked(HANDLE h, DWORD dwAccess, DWORD* pdwError);
+
+// The object behind `h` as a T, taking the lock: nullptr with the last error set when the
+// handle is bad, names another kind of object (ERROR_INVALID_HANDLE) or lacks a right
+// (ERROR_ACCESS_DENIED).
 template <class T>
 std::shared_ptr<T> ReferenceHandleAs(HANDLE h, DWORD dwAccess);
 
@@ -129,6 +136,8 @@ HANDLE OpenNamedObject(LPCWSTR lpName, DWORD dwDesiredAccess);
 
 // ---- Implementation of the templates ----
 using ObjectTypeTest = bool (*)(const KernelObject&);
+KernelObject* LookupHandleOfTypeLocked(HANDLE h, DWORD dwAccess, ObjectTypeTest isType,
+                                       DWORD* pdwError);
 std::shared_ptr<KernelObject> ReferenceHandleOfType(HANDLE h, DWORD dwAccess,
                                                     ObjectTypeTest isType);
 HANDLE CreateNamedObjectOfType(LPCWSTR lpName, DWORD dwAccess, ObjectTypeTest isType,
@@ -139,6 +148,12 @@ template <class T>
 bool IsObjectOfType(const KernelObject& object)
 {
     return dynamic_cast<const T*>(&object) != nullptr;
+}
+
+template <class T>
+T* LookupHandleAsLocked(HANDLE h, DWORD dwAccess, DWORD* pdwError)
+{
+    return static_cast<T*>(LookupHandleOfTypeLocked(h, dwAccess, &IsObjectOfType<T>, pdwError));
 }
 
 template <class T>

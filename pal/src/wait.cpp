@@ -7,6 +7,7 @@
 #include "pal/winerror.h"
 
 #include <array>
+#include <vector>
 
 namespace {
 
@@ -27,7 +28,7 @@ DWORD FailWait(DWORD dwError)
 
 // Index of the first signalled object (any) or 0 when all are signalled (all), after consuming
 // the signals that satisfy the wait; -1 when the wait is not satisfied. Caller holds the lock.
-int TrySatisfyLocked(const KernelObjectPtr* objects, DWORD nCount, bool fWaitAll)
+int TrySatisfyLocked(KernelObject* const* objects, DWORD nCount, bool fWaitAll)
 {
     if (fWaitAll) {
         for (DWORD i = 0; i < nCount; ++i)
@@ -48,20 +49,25 @@ int TrySatisfyLocked(const KernelObjectPtr* objects, DWORD nCount, bool fWaitAll
 
 DWORD WaitForObjects(DWORD nCount, const HANDLE* lpHandles, bool fWaitAll, DWORD dwMilliseconds)
 {
-    static const KernelObjectPtr s_pNeverSignaled = std::make_shared<NeverSignaledObject>();
+    // Never destroyed: a detached thread may still be waiting while the process exits.
+    static NeverSignaledObject& s_neverSignaled = *new NeverSignaledObject;
+    // Only a wait that may have to sleep for a while needs the clock.
     std::optional<Steady::time_point> deadline;
-    if (dwMilliseconds != INFINITE)
+    if (dwMilliseconds != 0 && dwMilliseconds != INFINITE)
         deadline = Steady::now() + pal::detail::RealDuration(dwMilliseconds);
 
-    std::array<KernelObjectPtr, MAXIMUM_WAIT_OBJECTS> objects;
+    // Plain pointers serve while the lock is held; a wait that sleeps takes references first,
+    // because a handle may be closed while the lock is released.
+    std::array<KernelObject*, MAXIMUM_WAIT_OBJECTS> objects;
+    std::vector<KernelObjectPtr> references;
     std::unique_lock lock(pal::detail::KernelLock());
     for (DWORD i = 0; i < nCount; ++i) {
         if (pal::detail::IsPseudoHandle(lpHandles[i])) {
-            objects[i] = s_pNeverSignaled;
+            objects[i] = &s_neverSignaled;
             continue;
         }
         DWORD dwError = 0;
-        objects[i] = pal::detail::ReferenceHandleLocked(lpHandles[i], SYNCHRONIZE, &dwError);
+        objects[i] = pal::detail::LookupHandleLocked(lpHandles[i], SYNCHRONIZE, &dwError);
         if (!objects[i]) {
             lock.unlock();
             return FailWait(dwError);
@@ -83,9 +89,15 @@ DWORD WaitForObjects(DWORD nCount, const HANDLE* lpHandles, bool fWaitAll, DWORD
             return WAIT_OBJECT_0 + static_cast<DWORD>(index);
         if (dwMilliseconds == 0 || (deadline && Steady::now() >= *deadline))
             return WAIT_TIMEOUT;
+        if (references.empty()) {
+            for (DWORD i = 0; i < nCount; ++i)
+                if (objects[i] != &s_neverSignaled)
+                    references.push_back(objects[i]->shared_from_this());
+            references.push_back(nullptr); // marks the references as taken
+        }
         pal::detail::SleepUntilNotifiedLocked(lock, deadline);
     }
-    // The references die after the lock is released (objects outlives lock).
+    // The references are dropped after the lock is released: `lock` is destroyed first.
 }
 
 } // namespace
