@@ -24,11 +24,10 @@ LSTATUS WINAPI RegSetValueExW(HKEY hKey, LPCWSTR lpValueName, DWORD Reserved, DW
         if (!lpData && cbData != 0)
             return ERROR_NOACCESS;
         {
-            // An existing value keeps its place in the enumeration order.
+            // An existing value keeps its name's spelling and its place in the enumeration.
             Statement s = conn.Prepare(
                 "INSERT INTO vals(key, name, fold, type, data) VALUES (?1, ?2, ?3, ?4, ?5)"
-                " ON CONFLICT(key, fold) DO UPDATE SET name = excluded.name,"
-                " type = excluded.type, data = excluded.data");
+                " ON CONFLICT(key, fold) DO UPDATE SET type = excluded.type, data = excluded.data");
             s.Bind(1, pHandle->llKeyId)
                 .Bind(2, ToUtf8(name))
                 .Bind(3, ToUtf8(FoldName(name)))

@@ -18,6 +18,8 @@ public:
         m_pReg = app.add_subcommand("reg", "Query, add and delete registry keys and values, "
                                            "with reg.exe's syntax and output");
         m_pReg->require_subcommand(1);
+        // reg.exe takes its operations in any case ("REG QUERY").
+        m_pReg->ignore_case();
         m_pQuery = AddOperation("query", "List a key's values and subkeys, or one value",
                                 reg::kQueryUsage);
         m_pAdd = AddOperation("add", "Create a key, or set a value", reg::kAddUsage);
@@ -45,6 +47,7 @@ private:
         // reg.exe's "/v Name" style is not CLI11's: everything after the operation's name is
         // left, unparsed, for reg_args.cpp.
         pOperation->prefix_command();
+        pOperation->ignore_case();
         pOperation->footer(std::string("\nSyntax (as reg.exe's):\n  ") + usage);
         return pOperation;
     }

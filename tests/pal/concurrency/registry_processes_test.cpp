@@ -1,0 +1,260 @@
+// The registry shared by processes: a writer killed with SIGKILL at random moments leaves
+// every completed write in place and a sound database; two processes writing under one key
+// lose nothing. The child processes are this test program run again on a disabled test.
+#include "tests/pal/registry_testing.h"
+
+#include <sqlite3.h>
+
+#include <array>
+#include <chrono>
+#include <climits>
+#include <cstdlib>
+#include <optional>
+#include <random>
+#include <set>
+#include <string>
+
+namespace {
+
+using orvtest::registry::ChildProcess;
+using orvtest::registry::ScopedKey;
+
+constexpr const WCHAR* kDurableKey = u"Software\\OrvTest\\Durable";
+constexpr int kNames = 8;
+constexpr size_t kPayloadBytes = 512;
+
+// What write number n stores: n itself, then bytes derived from it, so that a torn or mixed
+// value would show.
+std::vector<BYTE> Payload(ULONGLONG n)
+{
+    std::vector<BYTE> data(kPayloadBytes);
+    std::memcpy(data.data(), &n, sizeof(n));
+    for (size_t i = sizeof(n); i < data.size(); ++i)
+        data[i] = static_cast<BYTE>(n * 31 + i);
+    return data;
+}
+
+std::u16string NameOf(ULONGLONG n)
+{
+    return u"v" + orvtest::Wide(std::to_string(n % kNames));
+}
+
+std::string SelfPath()
+{
+    char path[PATH_MAX];
+    ssize_t n = readlink("/proc/self/exe", path, sizeof(path) - 1);
+    return n > 0 ? std::string(path, static_cast<size_t>(n)) : std::string();
+}
+
+std::vector<std::string> ChildArgs(const char* test)
+{
+    return {SelfPath(), std::string("--gtest_filter=RegistryChild.") + test,
+            "--gtest_also_run_disabled_tests"};
+}
+
+// ---- The children (disabled: they run only when started by the tests below) ----
+
+// Writes Payload(n) to value NameOf(n) for n = $ORV_REG_CHILD_START, +1, ... until killed,
+// reporting each n on descriptor 3 once its RegSetValueExW has returned.
+TEST(RegistryChild, DISABLED_WriterLoop)
+{
+    const char* root = std::getenv("ORV_REG_CHILD_ROOT");
+    const char* start = std::getenv("ORV_REG_CHILD_START");
+    if (!root || !start)
+        GTEST_SKIP() << "runs only as a child of SigkillLeavesEveryCompletedWrite";
+    setenv("ORVSIM_ROOT", root, 1);
+    HKEY hKey = nullptr;
+    if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, kDurableKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                        &hKey, nullptr) != ERROR_SUCCESS)
+        _exit(3);
+    for (ULONGLONG n = std::strtoull(start, nullptr, 10);; ++n) {
+        std::vector<BYTE> data = Payload(n);
+        if (RegSetValueExW(hKey, NameOf(n).c_str(), 0, REG_BINARY, data.data(),
+                           static_cast<DWORD>(data.size())) != ERROR_SUCCESS)
+            _exit(4);
+        std::string line = std::to_string(n) + "\n";
+        if (write(3, line.data(), line.size()) != static_cast<ssize_t>(line.size()))
+            _exit(5);
+    }
+}
+
+// Writes $ORV_REG_CHILD_COUNT DWORD values named $ORV_REG_CHILD_PREFIX<i> under one key.
+TEST(RegistryChild, DISABLED_DistinctWriter)
+{
+    const char* root = std::getenv("ORV_REG_CHILD_ROOT");
+    const char* prefix = std::getenv("ORV_REG_CHILD_PREFIX");
+    const char* count = std::getenv("ORV_REG_CHILD_COUNT");
+    if (!root || !prefix || !count)
+        GTEST_SKIP() << "runs only as a child of TwoProcessesWritingUnderOneKey";
+    setenv("ORVSIM_ROOT", root, 1);
+    HKEY hKey = nullptr;
+    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(HKEY_LOCAL_MACHINE, u"Software\\OrvTest\\Shared", 0,
+                                             nullptr, 0, KEY_ALL_ACCESS, nullptr, &hKey, nullptr));
+    DWORD n = static_cast<DWORD>(std::strtoul(count, nullptr, 10));
+    for (DWORD i = 0; i < n; ++i) {
+        std::u16string name = orvtest::Wide(prefix) + orvtest::Wide(std::to_string(i));
+        ASSERT_EQ(ERROR_SUCCESS, RegSetValueExW(hKey, name.c_str(), 0, REG_DWORD,
+                                                reinterpret_cast<const BYTE*>(&i), sizeof(i)));
+    }
+    RegCloseKey(hKey);
+}
+
+// ---- The tests ----
+
+using RegistryProcessesTest = orvtest::registry::RegistryTest;
+
+std::string IntegrityCheck(const std::filesystem::path& db)
+{
+    sqlite3* pDb = nullptr;
+    std::string result = "cannot open";
+    if (sqlite3_open_v2(db.c_str(), &pDb, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+        sqlite3_stmt* pStmt = nullptr;
+        if (sqlite3_prepare_v2(pDb, "PRAGMA integrity_check", -1, &pStmt, nullptr) == SQLITE_OK &&
+            sqlite3_step(pStmt) == SQLITE_ROW)
+            result = reinterpret_cast<const char*>(sqlite3_column_text(pStmt, 0));
+        sqlite3_finalize(pStmt);
+    }
+    sqlite3_close(pDb);
+    return result;
+}
+
+// Reads the report lines on `fd` until `deadline` (or end of file when none), or until there
+// are `enough` of them.
+void ReadReports(int fd, std::optional<std::chrono::steady_clock::time_point> deadline,
+                 std::string* pending, std::vector<ULONGLONG>* reports, size_t enough = SIZE_MAX)
+{
+    while (reports->size() < enough) {
+        int timeoutMs = -1;
+        if (deadline) {
+            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                *deadline - std::chrono::steady_clock::now());
+            if (left.count() <= 0)
+                return;
+            timeoutMs = static_cast<int>(left.count());
+        }
+        pollfd pfd{fd, POLLIN, 0};
+        int ready = poll(&pfd, 1, timeoutMs);
+        if (ready < 0 && errno == EINTR)
+            continue;
+        if (ready <= 0)
+            return;
+        char buffer[4096];
+        ssize_t n = read(fd, buffer, sizeof(buffer));
+        if (n <= 0)
+            return;
+        pending->append(buffer, static_cast<size_t>(n));
+        size_t newline;
+        while ((newline = pending->find('\n')) != std::string::npos) {
+            reports->push_back(std::stoull(pending->substr(0, newline)));
+            pending->erase(0, newline + 1);
+        }
+    }
+}
+
+TEST_F(RegistryProcessesTest, SigkillLeavesEveryCompletedWriteInPlace)
+{
+    const unsigned seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 rng(seed);
+    std::uniform_int_distribution<int> killAfterMs(5, 150);
+
+    // What each value may hold: its last reported write, or a later write that was in flight
+    // when its writer died (it may or may not have committed).
+    std::array<std::optional<ULONGLONG>, kNames> reported;
+    std::array<std::set<ULONGLONG>, kNames> inFlight;
+    ULONGLONG next = 1;
+    ULONGLONG totalReports = 0;
+    const std::string root = Root().string();
+
+    for (int round = 0; round < 6; ++round) {
+        ChildProcess child(
+            ChildArgs("DISABLED_WriterLoop"),
+            {"ORV_REG_CHILD_ROOT=" + root, "ORV_REG_CHILD_START=" + std::to_string(next)}, true);
+        ASSERT_TRUE(child.Started());
+        std::string pending;
+        std::vector<ULONGLONG> reports;
+        // Kill at a random moment once the child writes, bounded if it never does.
+        ReadReports(child.ReportFd(), std::chrono::steady_clock::now() + std::chrono::seconds(10),
+                    &pending, &reports, 1);
+        auto killAt =
+            std::chrono::steady_clock::now() + std::chrono::milliseconds(killAfterMs(rng));
+        ReadReports(child.ReportFd(), killAt, &pending, &reports);
+        child.Kill();
+        ReadReports(child.ReportFd(), std::nullopt, &pending, &reports);
+        auto result = child.Wait();
+        EXPECT_EQ(-1, result.exitCode) << "the writer stopped by itself: " << result.err;
+
+        for (ULONGLONG n : reports) {
+            reported[n % kNames] = n;
+            inFlight[n % kNames].clear();
+        }
+        ULONGLONG last = reports.empty() ? next - 1 : reports.back();
+        inFlight[(last + 1) % kNames].insert(last + 1);
+        totalReports += reports.size();
+        // The next writer starts past the one that may have been in flight.
+        next = last + 2;
+
+        ScopedKey key;
+        ASSERT_EQ(ERROR_SUCCESS,
+                  RegOpenKeyExW(HKEY_LOCAL_MACHINE, kDurableKey, 0, KEY_READ, key.Out()))
+            << "round " << round;
+        for (int i = 0; i < kNames; ++i) {
+            std::u16string name = NameOf(ULONGLONG(i));
+            DWORD cb = 0;
+            LONG status = RegQueryValueExW(key, name.c_str(), nullptr, nullptr, nullptr, &cb);
+            if (status == ERROR_FILE_NOT_FOUND) {
+                EXPECT_FALSE(reported[i]) << "value " << i << " lost its completed write";
+                continue;
+            }
+            std::vector<BYTE> data = GetBytes(key, name.c_str());
+            ASSERT_EQ(kPayloadBytes, data.size()) << "round " << round << ", value " << i;
+            ULONGLONG n = 0;
+            std::memcpy(&n, data.data(), sizeof(n));
+            EXPECT_EQ(Payload(n), data) << "value " << i << " is torn";
+            bool fAllowed = (reported[i] && *reported[i] == n) || inFlight[i].count(n) != 0;
+            EXPECT_TRUE(fAllowed) << "round " << round << ": value " << i << " holds write " << n
+                                  << ", last completed "
+                                  << (reported[i] ? std::to_string(*reported[i]) : "none");
+        }
+    }
+    EXPECT_GT(totalReports, 0u) << "no write ever completed";
+    RecordProperty("completed_writes", std::to_string(totalReports));
+    EXPECT_EQ("ok", IntegrityCheck(Root() / "registry.db"));
+    // The registry goes on working after all that.
+    ScopedKey key(Create(u"After"));
+    EXPECT_EQ(ERROR_SUCCESS, SetDword(key, u"v", 1));
+}
+
+TEST_F(RegistryProcessesTest, TwoProcessesWritingUnderOneKeyLoseNothing)
+{
+    constexpr DWORD kCount = 200;
+    const std::string root = Root().string();
+    std::vector<std::unique_ptr<ChildProcess>> children;
+    for (const char* prefix : {"a", "b"})
+        children.push_back(std::make_unique<ChildProcess>(
+            ChildArgs("DISABLED_DistinctWriter"),
+            std::vector<std::string>{"ORV_REG_CHILD_ROOT=" + root,
+                                     std::string("ORV_REG_CHILD_PREFIX=") + prefix,
+                                     "ORV_REG_CHILD_COUNT=" + std::to_string(kCount)}));
+    for (auto& child : children) {
+        auto result = child->Wait();
+        ASSERT_EQ(0, result.exitCode) << result.out << result.err;
+    }
+    ScopedKey key;
+    ASSERT_EQ(ERROR_SUCCESS, RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"Software\\OrvTest\\Shared", 0,
+                                           KEY_READ, key.Out()));
+    DWORD cValues = 0;
+    ASSERT_EQ(ERROR_SUCCESS,
+              RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &cValues,
+                               nullptr, nullptr, nullptr, nullptr));
+    EXPECT_EQ(2 * kCount, cValues);
+    for (const char16_t* prefix : {u"a", u"b"})
+        for (DWORD i = 0; i < kCount; ++i) {
+            std::u16string name = prefix + orvtest::Wide(std::to_string(i));
+            EXPECT_EQ(orvtest::registry::DwordBytes(i), GetBytes(key, name.c_str()))
+                << orvtest::Narrow(name);
+        }
+    EXPECT_EQ("ok", IntegrityCheck(Root() / "registry.db"));
+}
+
+} // namespace
