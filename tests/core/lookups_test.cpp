@@ -186,17 +186,6 @@ TEST_F(LookupsTest, TargetBySerialNoIsAPrefixLookupAndFeedsRemoveCurrent)
     EXPECT_EQ(nullptr, pFound->SerialNo());
 }
 
-TEST_F(LookupsTest, TargetByIdentityIgnoresTheVendorId)
-{
-    CLinkedList<CTargetLunInfo> lst;
-    lst.AddTail(NewTarget("ORVANE", "LUN", "0.2", "C4nB1JQzK9aA"));
-    lst.AddTail(NewTarget("OTHER", "LUN", "0.2", "C4nB1JQzK9aX"));
-    lst.AddTail(NewTarget("ORVANE", "LUN", "0.2", "C4nB1JQzK9aX"));
-    CTargetLunInfo* pFound = FindTargetLunByIdentity(lst, W("LUN"), W("0.2"), W("C4nB1JQzK9aX"));
-    ASSERT_NE(nullptr, pFound);
-    EXPECT_EQ("OTHER", FieldText(pFound->VendorId()));
-}
-
 TEST_F(LookupsTest, TargetByIdentityUsesPrefixesAndTwelveSerialUnits)
 {
     CLinkedList<CTargetLunInfo> lst;
@@ -223,18 +212,6 @@ TEST_F(LookupsTest, TargetByIdentityUsesPrefixesAndTwelveSerialUnits)
                   FindTargetLunByIdentity(lst, c.pszProduct, c.pszRevision, c.pszSerial) != nullptr)
             << FieldText(c.pszProduct) << "," << FieldText(c.pszRevision) << ","
             << FieldText(c.pszSerial);
-}
-
-TEST_F(LookupsTest, LookupsInEmptyListsFindNothing)
-{
-    CLinkedList<CSnapshotEntry> snapshots;
-    CLinkedList<CLCPair> pairs;
-    CLinkedList<CTargetLunInfo> targets;
-    EXPECT_EQ(nullptr, FindSnapshotEntryBySourceLun(snapshots, W(""), W(""), W(""), W("")));
-    EXPECT_EQ(nullptr, FindBackupSourceEntry(snapshots, W(""), W(""), W(""), W("")));
-    EXPECT_EQ(nullptr, FindLCPairByLunPath(pairs, W("")));
-    EXPECT_EQ(nullptr, FindTargetLunBySerialNo(targets, W("")));
-    EXPECT_EQ(nullptr, FindTargetLunByIdentity(targets, W(""), W(""), W("")));
 }
 
 } // namespace

@@ -112,20 +112,6 @@ TEST_F(LunDumpTest, WithoutLabelTheHeaderHasNone)
     EXPECT_EQ("LUN Information [" + Address(&*lun) + "]:\n" + kFullRecordBody, TakeTraceText());
 }
 
-TEST_F(LunDumpTest, LabelsInUseAppearVerbatim)
-{
-    CLunRecord lun(CLunBuilder::OrvaneLun());
-    ASSERT_TRUE(lun.Built());
-    for (LPCWSTR pszLabel : {W("Destination"), W("Destination - before processing"),
-                             W("Destination - after processing")}) {
-        DumpLunInformation(*lun, pszLabel);
-        std::string text = TakeTraceText();
-        std::string header = text.substr(0, text.find('\n') + 1);
-        EXPECT_EQ("LUN Information [" + Address(&*lun) + "] (" + orvtest::Narrow(pszLabel) + "):\n",
-                  header);
-    }
-}
-
 TEST_F(LunDumpTest, AnEmptyRecordPrintsMissingStringsAsEmpty)
 {
     CLunRecord lun(CLunBuilder().Version(0));
