@@ -25,8 +25,10 @@ struct AccessMapping
     DWORD dwAll;
 };
 
-// Base of every object a handle can refer to. Objects are shared_ptr-owned: by the handles that
-// refer to them, by waits in progress and, for running threads, by the thread itself.
+// Base of every object a handle can refer to. Objects are shared_ptr-owned (make them with
+// std::make_shared): by the handles that refer to them, by waits in progress and, for running
+// threads, by the thread itself. The last owner may drop them anywhere but under KernelLock(),
+// so destructors may not take it.
 class KernelObject : public std::enable_shared_from_this<KernelObject>
 {
 public:
@@ -35,8 +37,10 @@ public:
     KernelObject& operator=(const KernelObject&) = delete;
     virtual ~KernelObject() = default;
 
-    // Both are called with KernelLock() held. A successful wait calls ConsumeSignal on each
-    // object it was satisfied by (an auto-reset event resets, a mutex would take ownership).
+    // Both are called with KernelLock() held, on the waiting thread (so an object owned by a
+    // thread, like a mutex, can ask GetCurrentThreadId). A successful wait calls ConsumeSignal
+    // on each object that satisfied it (an auto-reset event resets, a mutex is taken). An
+    // object whose state becomes signalled calls NotifyWaitersLocked.
     virtual bool IsSignaledLocked() const { return false; }
     virtual void ConsumeSignalLocked() {}
 

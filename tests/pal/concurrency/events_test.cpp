@@ -14,8 +14,6 @@
 
 namespace {
 
-using EventThreadsTest = orvtest::PalTest;
-
 // Polls a condition another thread makes true; the deadline only stops a broken test.
 bool Eventually(const std::function<bool()>& condition)
 {
@@ -28,10 +26,26 @@ bool Eventually(const std::function<bool()>& condition)
     return true;
 }
 
-bool SleepingWaitersAre(ULONG cExpected)
+class EventThreadsTest : public orvtest::PalTest
 {
-    return Eventually([cExpected] { return pal::detail::SleepingWaiterCount() == cExpected; });
-}
+protected:
+    void SetUp() override
+    {
+        orvtest::PalTest::SetUp();
+        // Threads of other tests in this process may still sleep in waits of their own.
+        m_cOtherSleepers = pal::detail::SleepingWaiterCount();
+    }
+
+    // True once exactly `cExpected` threads of this test sleep in waits.
+    bool SleepingWaitersAre(ULONG cExpected) const
+    {
+        ULONG cTotal = m_cOtherSleepers + cExpected;
+        return Eventually([cTotal] { return pal::detail::SleepingWaiterCount() == cTotal; });
+    }
+
+private:
+    ULONG m_cOtherSleepers = 0;
+};
 
 // Threads that each wait once on an event and count themselves released.
 class Waiters
@@ -106,7 +120,7 @@ TEST_F(EventThreadsTest, ManualResetReleasesEveryWaiter)
 TEST_F(EventThreadsTest, SignalFromAnotherThreadEndsAnInfiniteWait)
 {
     HANDLE hEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    std::thread setter([hEvent] {
+    std::thread setter([this, hEvent] {
         SleepingWaitersAre(1);
         SetEvent(hEvent);
     });
@@ -220,7 +234,7 @@ TEST_F(EventThreadsTest, WaitAnyWakesForTheObjectSetElsewhere)
     HANDLE handles[3];
     for (HANDLE& h : handles)
         h = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    std::thread setter([&handles] {
+    std::thread setter([this, &handles] {
         SleepingWaitersAre(1);
         SetEvent(handles[2]);
     });
