@@ -203,19 +203,19 @@ bool CLunBuilder::Build(VDS_LUN_INFORMATION& out) const
             lun.m_cInterconnects = static_cast<ULONG>(m_interconnects.size());
         for (size_t i = 0; fOk && i < m_interconnects.size(); ++i) {
             VDS_INTERCONNECT& ic = lun.m_rgInterconnects[i];
-            const Interconnect& spec = m_interconnects[i];
-            ic.m_addressType = spec.addressType;
-            if (spec.port) {
-                ic.m_pbPort = CopyBytes(*spec.port);
+            const Interconnect& wanted = m_interconnects[i];
+            ic.m_addressType = wanted.addressType;
+            if (wanted.port) {
+                ic.m_pbPort = CopyBytes(*wanted.port);
                 fOk = ic.m_pbPort != nullptr;
                 if (fOk)
-                    ic.m_cbPort = static_cast<ULONG>(spec.port->size());
+                    ic.m_cbPort = static_cast<ULONG>(wanted.port->size());
             }
-            if (fOk && spec.address) {
-                ic.m_pbAddress = CopyBytes(*spec.address);
+            if (fOk && wanted.address) {
+                ic.m_pbAddress = CopyBytes(*wanted.address);
                 fOk = ic.m_pbAddress != nullptr;
                 if (fOk)
-                    ic.m_cbAddress = static_cast<ULONG>(spec.address->size());
+                    ic.m_cbAddress = static_cast<ULONG>(wanted.address->size());
             }
         }
     }
