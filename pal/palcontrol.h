@@ -27,6 +27,11 @@ void ResetLocalTimeForTest();
 // `error`. nth == 0 fails every matching call; nth == N fails only the Nth matching call
 // counted from now. With `arg`, only calls whose main argument (a name, a path) equals it
 // case-insensitively match. One rule per api; a new rule replaces the old one.
+// The registry functions (Reg*) return the error instead of setting the last error, and their
+// main argument is the full path of the key the call is about: the root's abbreviation (HKLM
+// or HKCU) and the key's path as the caller spelt it, joined by single backslashes, without a
+// trailing one, e.g. u"HKLM\\System\\CurrentControlSet\\Services\\Orvhwsvc\\Parameters".
+// Keys reached through HKEY_CLASSES_ROOT have their real path, u"HKLM\\Software\\Classes\\...".
 void InjectFault(const char* api, DWORD error, ULONG nth = 0, const WCHAR* arg = nullptr);
 void ClearFault(const char* api);
 void ClearFaults();
@@ -85,6 +90,11 @@ struct HostProfile
 };
 void SetHostProfile(const HostProfile& profile);
 HostProfile GetHostProfile();
+
+// ---- Registry ----------------------------------------------------------------------------------
+// RegNotifyChangeKeyValue calls armed in this process and not yet signalled, so a test can wait
+// until a watcher thread is listening before it makes a change.
+size_t ArmedRegistryNotifications();
 
 // ---- Machine root -----------------------------------------------------------------------------
 // The directory that holds the persistent state of the emulated machine: $ORVSIM_ROOT, or

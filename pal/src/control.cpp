@@ -1,6 +1,7 @@
 // State that tests and tools control: captured output, overrides, the host profile and the
 // machine root.
 #include "internal.h"
+#include "registry_notify.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -84,6 +85,8 @@ HostProfile GetHostProfile()
     std::lock_guard lock(g_controlLock);
     return g_control.profile;
 }
+
+size_t ArmedRegistryNotifications() { return detail::registry::ArmedNotificationCount(); }
 
 std::string MachineRoot()
 {

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <thread>
 #include <unistd.h>
 
 namespace orvtest {
@@ -31,6 +32,17 @@ std::filesystem::path PalTest::MakeDir(const std::string& name) const
     return dir;
 }
 
+bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout)
+{
+    auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
 std::string HexCode(DWORD value)
 {
     char buffer[16];
@@ -44,9 +56,9 @@ std::string HexCode(DWORD value)
     if (expected == actual)
         return ::testing::AssertionSuccess();
     return ::testing::AssertionFailure()
-           << "Expected equality of these values:\n  " << expectedExpr << "\n    Which is: "
-           << HexCode(static_cast<DWORD>(expected)) << "\n  " << actualExpr
+           << "Expected equality of these values:\n  " << expectedExpr
+           << "\n    Which is: " << HexCode(static_cast<DWORD>(expected)) << "\n  " << actualExpr
            << "\n    Which is: " << HexCode(static_cast<DWORD>(actual));
 }
 
-}  // namespace orvtest
+} // namespace orvtest

@@ -8,7 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 namespace orvtest {
@@ -28,20 +30,31 @@ private:
     std::filesystem::path m_root;
 };
 
+// Polls `condition` (real time, 1 ms steps) until it holds or `timeout` passes; for waiting on
+// another thread's visible effect, never for timing.
+bool WaitUntil(const std::function<bool()>& condition,
+               std::chrono::milliseconds timeout = std::chrono::seconds(20));
+
 // HRESULTs and Win32 error codes printed as 0x%08X in assertion messages.
 std::string HexCode(DWORD value);
 ::testing::AssertionResult HrEqual(const char* expectedExpr, const char* actualExpr,
                                    HRESULT expected, HRESULT actual);
 
 // UTF-16 <-> UTF-8 for building and comparing test data.
-inline std::string Narrow(std::u16string_view s) { return pal::Utf16ToUtf8(s); }
-inline std::u16string Wide(std::string_view s) { return pal::Utf8ToUtf16(s); }
+inline std::string Narrow(std::u16string_view s)
+{
+    return pal::Utf16ToUtf8(s);
+}
+inline std::u16string Wide(std::string_view s)
+{
+    return pal::Utf8ToUtf16(s);
+}
 
-}  // namespace orvtest
+} // namespace orvtest
 
 #define EXPECT_HR(expected, actual) EXPECT_PRED_FORMAT2(::orvtest::HrEqual, expected, actual)
 #define ASSERT_HR(expected, actual) ASSERT_PRED_FORMAT2(::orvtest::HrEqual, expected, actual)
 // Checks a Win32 error code (e.g. GetLastError()) and prints both sides in hexadecimal.
 #define EXPECT_WIN32(expected, actual)                                                             \
-    EXPECT_PRED_FORMAT2(::orvtest::HrEqual, static_cast<HRESULT>(expected),                       \
+    EXPECT_PRED_FORMAT2(::orvtest::HrEqual, static_cast<HRESULT>(expected),                        \
                         static_cast<HRESULT>(actual))

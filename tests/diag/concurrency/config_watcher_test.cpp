@@ -1,0 +1,79 @@
+// The configuration watcher: changes under the key are re-read while the service runs.
+#include "tests/diag/support/configfixture.h"
+
+namespace {
+
+using orvtest::ConfigTest;
+using orvtest::WaitUntil;
+using ConfigWatcherTest = ConfigTest;
+
+TEST_F(ConfigWatcherTest, TraceMaskChangesTheRunningLogAtOnce)
+{
+    SetDate(3, 7);
+    SetDword(W("TraceMask"), 3);
+    ASSERT_HR(S_OK, CConfig::Initialize());
+    EXPECT_EQ(3u, TraceGetLevel());
+    TraceInit(3, TraceDir().c_str(), W("orvp"), 0);
+    ASSERT_NE(nullptr, g_trace.pFile);
+
+    WaitForWatcher();
+    SetDword(W("TraceMask"), 0);
+    ASSERT_TRUE(WaitUntil([] { return TraceGetLevel() == 0; }));
+    ASSERT_TRUE(WaitUntil([] { return CConfig::GetTraceMask() == 0; }));
+    EXPECT_EQ(nullptr, g_trace.pFile);
+
+    WaitForWatcher();
+    SetDword(W("TraceMask"), 3);
+    ASSERT_TRUE(WaitUntil([] { return TraceGetLevel() == 3; }));
+    EXPECT_NE(nullptr, g_trace.pFile);
+    EXPECT_EQ(0u, g_trace.dwSequence) << "today's newest file is appended to";
+}
+
+TEST_F(ConfigWatcherTest, SameTraceMaskDoesNotTouchTheLog)
+{
+    SetDate(3, 7);
+    SetDword(W("TraceMask"), 3);
+    ASSERT_HR(S_OK, CConfig::Initialize());
+    TraceInit(3, TraceDir().c_str(), W("orvp"), 0);
+    TraceClose(); // a level change would open it again
+
+    WaitForWatcher();
+    SetDword(W("TraceMask"), 3);
+    SetDword(W("MaxVssWait"), 77);
+    ASSERT_TRUE(WaitUntil([] { return CConfig::GetMaxVssWait() == 77; }));
+    EXPECT_EQ(nullptr, g_trace.pFile);
+}
+
+TEST_F(ConfigWatcherTest, ChangesInSubkeysWakeTheWatcherToo)
+{
+    ASSERT_HR(S_OK, CConfig::Initialize());
+    WaitForWatcher();
+    {
+        CRegKey sub;
+        ASSERT_EQ(ERROR_SUCCESS,
+                  sub.Create(HKEY_LOCAL_MACHINE, ORV_PARAMETERS_KEY W("\\Extra"), KEY_ALL_ACCESS));
+        ASSERT_EQ(ERROR_SUCCESS, sub.SetDWORDValue(W("Anything"), 1));
+    }
+    EXPECT_TRUE(WaitUntil([this] { return CountInOutput("**** RegThread wakes up\n") >= 1; }));
+}
+
+TEST_F(ConfigWatcherTest, TerminateJoinsTheWatcher)
+{
+    ASSERT_HR(S_OK, CConfig::Initialize());
+    WaitForWatcher();
+    EXPECT_HR(S_OK, CConfig::Terminate());
+    EXPECT_EQ(1u, CountInOutput("**** RegThread exits\n"));
+    EXPECT_EQ(0u, pal::ArmedRegistryNotifications()) << "the watched key was closed";
+    SetDword(W("MaxVssWait"), 5);
+    EXPECT_EQ(1200u, CConfig::GetMaxVssWait()) << "nothing reads the key any more";
+}
+
+TEST_F(ConfigWatcherTest, FailedArmingEndsTheWatcher)
+{
+    pal::InjectFault("RegNotifyChangeKeyValue", ERROR_ACCESS_DENIED);
+    ASSERT_HR(S_OK, CConfig::Initialize());
+    EXPECT_TRUE(WaitUntil([this] { return CountInOutput("**** RegThread exits\n") == 1; }));
+    EXPECT_EQ(1u, CountInOutput("RegNotifyChangeKeyValue FAILED [dwError="));
+}
+
+} // namespace
