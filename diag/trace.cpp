@@ -40,6 +40,16 @@ struct CTraceLock
 thread_local BOOL t_fAtLineStart = FALSE;
 thread_local int t_nIndent = 0;
 
+void IndentThread()
+{
+    t_nIndent = t_nIndent + INDENT_STEP > INDENT_MAX ? INDENT_MAX : t_nIndent + INDENT_STEP;
+}
+
+void OutdentThread()
+{
+    t_nIndent = t_nIndent - INDENT_STEP < 0 ? 0 : t_nIndent - INDENT_STEP;
+}
+
 bool HasFileSettings()
 {
     return g_trace.szDirectory[0] != 0 && g_trace.szPrefix[0] != 0;
@@ -208,16 +218,26 @@ void TraceAssert(LPCSTR pszExpression, LPCSTR pszFile, int nLine, DWORD dwLastEr
            nLine, dwLastError);
 }
 
+CTraceIndent::CTraceIndent()
+{
+    IndentThread();
+}
+
+CTraceIndent::~CTraceIndent()
+{
+    OutdentThread();
+}
+
 CTraceScope::CTraceScope(LPCWSTR pszName) : m_pszName(pszName)
 {
     if (TraceIsOn(TRACE_LEVEL_VERBOSE))
         TraceW(W("%s() entered\n"), m_pszName);
-    t_nIndent = t_nIndent + INDENT_STEP > INDENT_MAX ? INDENT_MAX : t_nIndent + INDENT_STEP;
+    IndentThread();
 }
 
 CTraceScope::~CTraceScope()
 {
-    t_nIndent = t_nIndent - INDENT_STEP < 0 ? 0 : t_nIndent - INDENT_STEP;
+    OutdentThread();
     if (TraceIsOn(TRACE_LEVEL_VERBOSE))
         TraceW(W("%s() exited\n"), m_pszName);
 }

@@ -64,3 +64,14 @@ public:
 private:
     LPCWSTR m_pszName;
 };
+
+// One indentation step deeper for the thread's lines while it lives, without the entered and
+// exited lines of a scope; for blocks of lines such as record dumps.
+class CTraceIndent
+{
+public:
+    CTraceIndent();
+    ~CTraceIndent();
+    CTraceIndent(const CTraceIndent&) = delete;
+    CTraceIndent& operator=(const CTraceIndent&) = delete;
+};
