@@ -17,6 +17,9 @@ namespace {
 
 // Often enough that another process's change signals well within 250 ms.
 constexpr auto kPollInterval = std::chrono::milliseconds(50);
+// A watcher with nothing armed stays this long: a caller that re-arms after each signal does
+// not pay for a new thread, nor wait a whole interval for its first read.
+constexpr auto kIdleLinger = std::chrono::seconds(2);
 
 // `path` is `ancestor` or lies below it.
 bool IsWithin(std::string_view path, std::string_view ancestor)
@@ -69,7 +72,7 @@ public:
         std::lock_guard lock(m_lock);
         m_watches.push_back(std::move(watch));
         if (!m_fRunning) {
-            // A watcher that found nothing armed is on its way out and needs no lock to finish.
+            // A watcher that stopped itself is on its way out and needs no lock to finish.
             if (m_thread.joinable())
                 m_thread.join();
             m_fRunning = true;
@@ -149,12 +152,18 @@ private:
     void Run()
     {
         std::unique_lock lock(m_lock);
+        auto idleSince = std::chrono::steady_clock::now();
         for (;;) {
             m_cv.wait_for(lock, kPollInterval, [this] { return m_fStop; });
-            if (m_fStop || m_watches.empty()) {
+            auto now = std::chrono::steady_clock::now();
+            if (!m_watches.empty())
+                idleSince = now;
+            if (m_fStop || now - idleSince > kIdleLinger) {
                 m_fRunning = false;
                 return;
             }
+            if (m_watches.empty())
+                continue;
             lock.unlock();
             Poll();
             lock.lock();

@@ -255,26 +255,27 @@ void Connection::Exec(const char* sql)
 
 // ---- Transaction ----
 
+// BEGIN, COMMIT and ROLLBACK run as cached statements: compiling them costs as much as a read.
 Transaction::Transaction(Connection& conn, bool fWrite) : m_conn(conn)
 {
-    m_conn.Exec(fWrite ? "BEGIN IMMEDIATE" : "BEGIN");
+    m_conn.Prepare(fWrite ? "BEGIN IMMEDIATE" : "BEGIN").Step();
     m_fOpen = true;
 }
 
 Transaction::~Transaction()
 {
-    if (m_fOpen) {
+    if (m_fOpen && !m_conn.InAutocommit()) {
         try {
-            m_conn.Exec("ROLLBACK");
+            m_conn.Prepare("ROLLBACK").Step();
         } catch (const SqlError&) {
-            // SQLite has rolled back already when a statement failed fatally.
+            // Nothing more can be done; the connection rolls back when it closes.
         }
     }
 }
 
 void Transaction::Commit()
 {
-    m_conn.Exec("COMMIT");
+    m_conn.Prepare("COMMIT").Step();
     m_fOpen = false;
 }
 

@@ -61,6 +61,8 @@ public:
     // `sql` must be a string literal: statements are cached by its address.
     Statement Prepare(const char* sql);
     void Exec(const char* sql);
+    // False inside a transaction. A statement that fails fatally may have rolled back already.
+    bool InAutocommit() const { return sqlite3_get_autocommit(m_pDb) != 0; }
     // Rows changed by the last INSERT, UPDATE or DELETE.
     int Changes() const { return sqlite3_changes(m_pDb); }
 

@@ -163,8 +163,9 @@ public:
                  bool fReportPipe = false, const std::string& input = {})
     {
         int inPipe[2], outPipe[2], errPipe[2], reportPipe[2] = {-1, -1};
-        if (pipe(inPipe) != 0 || pipe(outPipe) != 0 || pipe(errPipe) != 0 ||
-            (fReportPipe && pipe(reportPipe) != 0))
+        // Close-on-exec, so that no child keeps another pipe's end open (and its reader waiting).
+        if (pipe2(inPipe, O_CLOEXEC) != 0 || pipe2(outPipe, O_CLOEXEC) != 0 ||
+            pipe2(errPipe, O_CLOEXEC) != 0 || (fReportPipe && pipe2(reportPipe, O_CLOEXEC) != 0))
             return;
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
