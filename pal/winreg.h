@@ -121,12 +121,13 @@ LSTATUS WINAPI RegCreateKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD Reserved, LPWS
 // signals their events.
 LSTATUS WINAPI RegCloseKey(HKEY hKey);
 // Deletes a key without subkeys (ERROR_ACCESS_DENIED when it has some, as Windows does) and
-// its values. An empty lpSubKey deletes hKey's own key. Handles still open on a deleted key
-// fail with ERROR_KEY_DELETED. The predefined keys and HKLM\Software\Classes cannot be deleted.
+// its values; no right on hKey is needed. An empty lpSubKey deletes hKey's own key. Handles still
+// open on a deleted key fail with ERROR_KEY_DELETED. The predefined keys and HKLM\Software\Classes
+// cannot be deleted.
 LSTATUS WINAPI RegDeleteKeyW(HKEY hKey, LPCWSTR lpSubKey);
 LSTATUS WINAPI RegDeleteKeyExW(HKEY hKey, LPCWSTR lpSubKey, REGSAM samDesired, DWORD Reserved);
 // Deletes the key and everything under it; with a null lpSubKey, hKey's values and subkeys but
-// not hKey itself.
+// not hKey itself, which then needs KEY_ENUMERATE_SUB_KEYS, KEY_QUERY_VALUE and KEY_SET_VALUE.
 LSTATUS WINAPI RegDeleteTreeW(HKEY hKey, LPCWSTR lpSubKey);
 
 // ---- Values ----
@@ -144,6 +145,9 @@ LSTATUS WINAPI RegDeleteValueW(HKEY hKey, LPCWSTR lpValueName);
 // ---- Enumeration ----
 // Subkeys come in the order of their upper-cased names, values in the order they were first
 // set; both orders stay stable while the key is unchanged. ERROR_NO_MORE_ITEMS past the end.
+// Name buffers are counted in characters with room for the terminator; one too small fails with
+// ERROR_MORE_DATA and leaves the count alone. A data buffer too small fails with
+// ERROR_MORE_DATA and *lpcbData receives the size needed.
 LSTATUS WINAPI RegEnumKeyExW(HKEY hKey, DWORD dwIndex, LPWSTR lpName, LPDWORD lpcchName,
                              LPDWORD lpReserved, LPWSTR lpClass, LPDWORD lpcchClass,
                              PFILETIME lpftLastWriteTime);

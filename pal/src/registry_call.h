@@ -5,6 +5,7 @@
 #include "registry_handles.h"
 #include "registry_store.h"
 
+#include <exception>
 #include <new>
 #include <utility>
 
@@ -34,6 +35,9 @@ LONG RunCall(bool fWrite, Body&& body, Committed&& committed)
             status = Win32FromSqlite(e.rc);
         } catch (const std::bad_alloc&) {
             status = ERROR_OUTOFMEMORY;
+        } catch (const std::exception&) {
+            // A thread that could not start; nothing else throws here.
+            status = ERROR_NOT_ENOUGH_MEMORY;
         }
     }
     if (status == ERROR_SUCCESS && !changes.empty())

@@ -80,6 +80,7 @@ TEST_F(RegistryEnumTest, EnumKeyNameBufferRules)
     DWORD cch = 7; // room for the name but not its terminator
     EXPECT_WIN32(ERROR_MORE_DATA,
                  RegEnumKeyExW(Base(), 0, name, &cch, nullptr, nullptr, nullptr, nullptr));
+    EXPECT_EQ(7u, cch) << "the count is left alone";
     cch = 8;
     FILETIME ft{};
     ASSERT_EQ(ERROR_SUCCESS, RegEnumKeyExW(Base(), 0, name, &cch, nullptr, nullptr, nullptr, &ft));
