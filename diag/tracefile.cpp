@@ -16,21 +16,16 @@ constexpr DWORD SEQUENCE_LIMIT = 10000;
 // Four digits and ".log".
 constexpr int SEQUENCE_SUFFIX_LENGTH = 8;
 
-// TraceInit may forget an open stream without closing it; keeping it here keeps it reachable.
-struct ABANDONED_FILES
-{
-    FILE* rgFiles[64] = {};
-    int cFiles = 0;
-} g_abandoned;
-
 } // namespace
+
+TRACE_ABANDONED_FILES g_traceAbandoned;
 
 void TraceAbandonFile(FILE* pFile)
 {
     if (!pFile)
         return;
-    if (g_abandoned.cFiles < static_cast<int>(ARRAYSIZE(g_abandoned.rgFiles)))
-        g_abandoned.rgFiles[g_abandoned.cFiles++] = pFile;
+    if (g_traceAbandoned.cFiles < static_cast<int>(ARRAYSIZE(g_traceAbandoned.rgFiles)))
+        g_traceAbandoned.rgFiles[g_traceAbandoned.cFiles++] = pFile;
 }
 
 void TraceBuildFileName(WCHAR (&szPath)[TRACE_PATH_CCH], WORD wMonth, WORD wDay, DWORD dwSequence)

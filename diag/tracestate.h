@@ -37,5 +37,14 @@ void TraceOpenFile(bool fRollover);
 DWORD TraceFindHighestSequence(WORD wMonth, WORD wDay);
 // Builds directory + prefix + MMDDnnnn + ".log".
 void TraceBuildFileName(WCHAR (&szPath)[TRACE_PATH_CCH], WORD wMonth, WORD wDay, DWORD dwSequence);
+// TraceInit forgets an open stream without closing it (the runtime closes it at exit); keeping
+// it here keeps it reachable.
+struct TRACE_ABANDONED_FILES
+{
+    FILE* rgFiles[64] = {};
+    int cFiles = 0;
+};
+extern TRACE_ABANDONED_FILES g_traceAbandoned;
+
 // Sends a forgotten stream to a list that keeps it open (TraceInit forgets without closing).
 void TraceAbandonFile(FILE* pFile);

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <mutex>
 #include <new>
 #include <string>
 #include <sys/stat.h>
@@ -28,7 +29,34 @@ struct TextFile
     bool fPendingCr = false;
     // Translated bytes that did not fit the caller's buffer.
     std::string carry;
+    // Every open text stream is linked here until it is closed: a stream the program leaves
+    // for the runtime to close at exit stays reachable and is not reported as a leak.
+    TextFile* pPrev = nullptr;
+    TextFile* pNext = nullptr;
 };
+
+std::mutex g_openTextLock;
+TextFile* g_pOpenText = nullptr;
+
+void LinkOpenText(TextFile* file)
+{
+    std::lock_guard lock(g_openTextLock);
+    file->pNext = g_pOpenText;
+    if (g_pOpenText)
+        g_pOpenText->pPrev = file;
+    g_pOpenText = file;
+}
+
+void UnlinkOpenText(TextFile* file)
+{
+    std::lock_guard lock(g_openTextLock);
+    if (file->pPrev)
+        file->pPrev->pNext = file->pNext;
+    else
+        g_pOpenText = file->pNext;
+    if (file->pNext)
+        file->pNext->pPrev = file->pPrev;
+}
 
 bool WriteAll(int fd, const char* data, size_t size)
 {
@@ -124,6 +152,7 @@ int TextClose(void* cookie)
 {
     auto* file = static_cast<TextFile*>(cookie);
     int result = close(file->fd);
+    UnlinkOpenText(file);
     delete file;
     return result;
 }
@@ -324,6 +353,8 @@ FILE* _wfopen(const WCHAR* filename, const WCHAR* mode)
             stream = fopencookie(cookie, parsed.stdioMode, functions);
             if (stream == nullptr)
                 delete cookie;
+            else
+                LinkOpenText(cookie);
         }
     }
     if (stream == nullptr) {
