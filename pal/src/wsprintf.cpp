@@ -1,6 +1,6 @@
 // user32's wsprintf family.
 //
-// A format specification has the documented form %[-][#][0][width][.precision][size]type, its
+// A conversion directive has the documented form %[-][#][0][width][.precision][size]type, its
 // flags in that order. Conventions (from the Windows documentation, and the behaviour that
 // Wine's conformance tests record on Windows):
 // - type c/C: a character, s/S: a string. In the W variants c and s are wide (WCHAR) and C and
