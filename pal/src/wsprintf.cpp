@@ -32,6 +32,7 @@
 // NULL output buffer writes nothing and a NULL format prints nothing, both returning 0.
 #include "internal.h"
 #include "pal/winuser.h"
+#include "utf.h"
 
 #include <array>
 #include <cstdint>
@@ -58,98 +59,33 @@ constexpr unsigned kMaxField = 1u << 20;
 // ---- Conversions of one character ----
 
 // Decodes one UTF-8 character from a NUL-terminated string, reading no byte past the first one
-// that does not continue the sequence. Invalid input gives U+FFFD for its maximal subpart.
+// that does not continue the sequence (a sequence is at most 4 bytes). Invalid input gives
+// U+FFFD for its maximal subpart.
 char32_t NextUtf8(const unsigned char*& s)
 {
-    unsigned char b = *s++;
-    if (b < 0x80)
-        return b;
-    size_t len;
+    size_t n = 1;
+    while (n < 4 && s[n] != 0)
+        ++n;
     char32_t cp;
-    unsigned char lo = 0x80;
-    unsigned char hi = 0xBF;
-    if (b >= 0xC2 && b <= 0xDF) {
-        len = 2;
-        cp = b & 0x1F;
-    } else if (b >= 0xE0 && b <= 0xEF) {
-        len = 3;
-        cp = b & 0x0F;
-        lo = b == 0xE0 ? 0xA0 : 0x80;
-        hi = b == 0xED ? 0x9F : 0xBF;
-    } else if (b >= 0xF0 && b <= 0xF4) {
-        len = 4;
-        cp = b & 0x07;
-        lo = b == 0xF0 ? 0x90 : 0x80;
-        hi = b == 0xF4 ? 0x8F : 0xBF;
-    } else {
-        return 0xFFFD;
-    }
-    for (size_t i = 1; i < len; ++i) {
-        unsigned char c = *s;
-        if (c < lo || c > hi) // also stops at the terminator
-            return 0xFFFD;
-        ++s;
-        lo = 0x80;
-        hi = 0xBF;
-        cp = (cp << 6) | (c & 0x3F);
-    }
-    return cp;
+    s += pal::detail::DecodeUtf8(s, n, &cp);
+    return cp == pal::detail::UTF_INVALID ? pal::detail::UTF_REPLACEMENT : cp;
 }
 
 // Decodes one UTF-16 character of a NUL-terminated string; an unpaired surrogate gives U+FFFD.
 char32_t NextUtf16(const char16_t*& s)
 {
-    char32_t c = *s++;
-    if (c < 0xD800 || c > 0xDFFF)
-        return c;
-    if (c <= 0xDBFF && *s >= 0xDC00 && *s <= 0xDFFF)
-        return 0x10000 + ((c - 0xD800) << 10) + (*s++ - 0xDC00);
-    return 0xFFFD;
-}
-
-size_t EncodeUtf8(char32_t cp, char* out)
-{
-    if (cp < 0x80) {
-        out[0] = static_cast<char>(cp);
-        return 1;
-    }
-    if (cp < 0x800) {
-        out[0] = static_cast<char>(0xC0 | (cp >> 6));
-        out[1] = static_cast<char>(0x80 | (cp & 0x3F));
-        return 2;
-    }
-    if (cp < 0x10000) {
-        out[0] = static_cast<char>(0xE0 | (cp >> 12));
-        out[1] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out[2] = static_cast<char>(0x80 | (cp & 0x3F));
-        return 3;
-    }
-    out[0] = static_cast<char>(0xF0 | (cp >> 18));
-    out[1] = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-    out[2] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out[3] = static_cast<char>(0x80 | (cp & 0x3F));
-    return 4;
-}
-
-size_t EncodeUtf16(char32_t cp, char16_t* out)
-{
-    if (cp < 0x10000) {
-        out[0] = static_cast<char16_t>(cp);
-        return 1;
-    }
-    cp -= 0x10000;
-    out[0] = static_cast<char16_t>(0xD800 + (cp >> 10));
-    out[1] = static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
-    return 2;
+    char32_t cp;
+    s += pal::detail::DecodeUtf16(s, s[0] != 0 && s[1] != 0 ? 2 : 1, &cp);
+    return cp == pal::detail::UTF_INVALID ? pal::detail::UTF_REPLACEMENT : cp;
 }
 
 size_t Encode(char32_t cp, char* out)
 {
-    return EncodeUtf8(cp, out);
+    return pal::detail::EncodeUtf8(cp, out);
 }
 size_t Encode(char32_t cp, char16_t* out)
 {
-    return EncodeUtf16(cp, out);
+    return pal::detail::EncodeUtf16(cp, out);
 }
 
 // ---- Field bodies ----
