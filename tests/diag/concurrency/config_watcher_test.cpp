@@ -14,19 +14,19 @@ TEST_F(ConfigWatcherTest, TraceMaskChangesTheRunningLogAtOnce)
     ASSERT_HR(S_OK, CConfig::Initialize());
     EXPECT_EQ(3u, TraceGetLevel());
     TraceInit(3, TraceDir().c_str(), W("orvp"), 0);
-    ASSERT_NE(nullptr, g_trace.pFile);
+    ASSERT_TRUE(IsFileOpenLocked());
 
     WaitForWatcher();
     SetDword(W("TraceMask"), 0);
     ASSERT_TRUE(WaitUntil([] { return TraceGetLevel() == 0; }));
     ASSERT_TRUE(WaitUntil([] { return CConfig::GetTraceMask() == 0; }));
-    EXPECT_EQ(nullptr, g_trace.pFile);
+    EXPECT_FALSE(IsFileOpenLocked());
 
     WaitForWatcher();
     SetDword(W("TraceMask"), 3);
     ASSERT_TRUE(WaitUntil([] { return TraceGetLevel() == 3; }));
-    EXPECT_NE(nullptr, g_trace.pFile);
-    EXPECT_EQ(0u, g_trace.dwSequence) << "today's newest file is appended to";
+    EXPECT_TRUE(IsFileOpenLocked());
+    EXPECT_EQ(0u, SequenceLocked()) << "today's newest file is appended to";
 }
 
 TEST_F(ConfigWatcherTest, SameTraceMaskDoesNotTouchTheLog)
@@ -41,7 +41,7 @@ TEST_F(ConfigWatcherTest, SameTraceMaskDoesNotTouchTheLog)
     SetDword(W("TraceMask"), 3);
     SetDword(W("MaxVssWait"), 77);
     ASSERT_TRUE(WaitUntil([] { return CConfig::GetMaxVssWait() == 77; }));
-    EXPECT_EQ(nullptr, g_trace.pFile);
+    EXPECT_FALSE(IsFileOpenLocked());
 }
 
 TEST_F(ConfigWatcherTest, ChangesInSubkeysWakeTheWatcherToo)

@@ -35,6 +35,22 @@ void TraceTest::SetDate(WORD wMonth, WORD wDay, WORD wHour, WORD wMinute)
     pal::SetLocalTimeForTest(st);
 }
 
+bool TraceTest::IsFileOpenLocked()
+{
+    EnterCriticalSection(&g_traceLock);
+    bool fOpen = g_trace.pFile != nullptr;
+    LeaveCriticalSection(&g_traceLock);
+    return fOpen;
+}
+
+DWORD TraceTest::SequenceLocked()
+{
+    EnterCriticalSection(&g_traceLock);
+    DWORD dwSequence = g_trace.dwSequence;
+    LeaveCriticalSection(&g_traceLock);
+    return dwSequence;
+}
+
 void TraceTest::WriteFile(const std::string& name, const std::string& content) const
 {
     std::ofstream out(m_dir / name, std::ios::binary);

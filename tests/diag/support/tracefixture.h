@@ -20,6 +20,10 @@ protected:
     std::u16string TraceDir() const;
     // Sets the local date (and time) the log sees.
     static void SetDate(WORD wMonth, WORD wDay, WORD wHour = 10, WORD wMinute = 0);
+    // Reads the open file and its number under the trace lock, for tests where another thread
+    // may change them.
+    static bool IsFileOpenLocked();
+    static DWORD SequenceLocked();
     void WriteFile(const std::string& name, const std::string& content) const;
     std::string ReadFile(const std::string& name) const;
     bool Exists(const std::string& name) const;
