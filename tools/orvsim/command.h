@@ -21,5 +21,7 @@ public:
 
 // `orvsim reg`: query, add and delete registry keys and values in the manner of reg.exe.
 std::unique_ptr<Command> AddRegCommand(CLI::App& app);
+// `orvsim events`: the event log, newest last, as text or JSON.
+std::unique_ptr<Command> AddEventsCommand(CLI::App& app);
 
 } // namespace orvsim
