@@ -304,10 +304,10 @@ public:
         return c;
     }
 
-    // Drops every sink, as when the object is disconnected from its clients.
-    void UnadviseAll()
+    // Removes every sink and hands over its reference, for the caller to release where no
+    // lock of its own is held; returns their number.
+    ULONG TakeAllSinks(IUnknown* (&rgSinks)[PAL_CONNECTION_POINT_MAX])
     {
-        IUnknown* rgSinks[PAL_CONNECTION_POINT_MAX];
         ULONG c = 0;
         EnterCriticalSection(&m_cs);
         for (ULONG i = 0; i < PAL_CONNECTION_POINT_MAX; ++i) {
@@ -318,6 +318,14 @@ public:
             }
         }
         LeaveCriticalSection(&m_cs);
+        return c;
+    }
+
+    // Drops every sink, as when the object is disconnected from its clients.
+    void UnadviseAll()
+    {
+        IUnknown* rgSinks[PAL_CONNECTION_POINT_MAX];
+        ULONG c = TakeAllSinks(rgSinks);
         for (ULONG i = 0; i < c; ++i)
             rgSinks[i]->Release();
     }

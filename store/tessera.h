@@ -195,34 +195,34 @@ inline constexpr IID IID__ISnapShotEvents = {
 interface IVSSSupport : public IUnknown
 {
     // Slot 3: the service's first, synchronous creation of a snapshot of the drives.
-    STDMETHOD(CreateSnapShot)(DRIVE_LIST * pDriveList, LPCWSTR pszSnapshotName) PURE;
+    STDMETHOD(CreateSnapShot)(DRIVE_LIST* pDriveList, LPCWSTR pszSnapshotName) PURE;
     // Slot 4: creation of a snapshot of a set, with progress events; clients call it in its
     // asynchronous form (AsyncIVSSSupport). dwCreationKind is 2 for a main set, 4 for a backup
     // set.
-    STDMETHOD(CreateSnapShot1)(DRIVE_LIST * pDriveList, LC_PAIR_ARRAY * pLcPairs,
-                               LPCWSTR pszSnapshotName, DWORD dwUpdateReplicor,
-                               DWORD dwCreationKind, LPCWSTR pszExclude) PURE;
+    STDMETHOD(CreateSnapShot1)
+    (DRIVE_LIST* pDriveList, LC_PAIR_ARRAY* pLcPairs, LPCWSTR pszSnapshotName,
+     DWORD dwUpdateReplicor, DWORD dwCreationKind, LPCWSTR pszExclude) PURE;
     // Slot 5: the target LUN that exposes the named snapshot of the source LUN, as one block
     // the caller owns. dwAssign 1 gives the snapshot a target identity when it has none yet;
     // with 0 only a target LUN that exists is answered. dwWritable asks for a target LUN
     // that may be written (a recovery).
-    STDMETHOD(GetTargetLunInfo)(LUN_LOCATION * pSourceLun, LPCWSTR pszSnapshotName,
-                                DWORD dwAssign, DWORD dwWritable,
-                                TARGET_LUN_INFO * *ppTargetLunInfo) PURE;
+    STDMETHOD(GetTargetLunInfo)
+    (LUN_LOCATION* pSourceLun, LPCWSTR pszSnapshotName, DWORD dwAssign, DWORD dwWritable,
+     TARGET_LUN_INFO** ppTargetLunInfo) PURE;
     // Slot 6: creates the target LUN and maps it to the host.
-    STDMETHOD(CreateTargetLun)(LUN_LOCATION * pSourceLun, LPCWSTR pszSnapshotName,
-                               TARGET_LUN_INFO * pTargetLunInfo) PURE;
+    STDMETHOD(CreateTargetLun)
+    (LUN_LOCATION* pSourceLun, LPCWSTR pszSnapshotName, TARGET_LUN_INFO* pTargetLunInfo) PURE;
     // Slot 7: unmaps and deletes a target LUN.
-    STDMETHOD(DeleteTargetLun)(LUN_LOCATION * pTargetLun) PURE;
+    STDMETHOD(DeleteTargetLun)(LUN_LOCATION* pTargetLun) PURE;
     // Slot 8
-    STDMETHOD(DeleteSnapShot)(LUN_LOCATION * pSourceLun, LPCWSTR pszSnapshotName) PURE;
+    STDMETHOD(DeleteSnapShot)(LUN_LOCATION* pSourceLun, LPCWSTR pszSnapshotName) PURE;
     // Slot 9: fills the caller's list in place; records, strings and mount point arrays are the
     // caller's.
-    STDMETHOD(EnumVirtualDisks)(VD_INFO_LIST * pDiskList, DWORD dwFlags) PURE;
+    STDMETHOD(EnumVirtualDisks)(VD_INFO_LIST* pDiskList, DWORD dwFlags) PURE;
     // Slot 10: tags the drives as one dataset.
-    STDMETHOD(SetDatasetAttrib)(LPCWSTR pszSnapshotSetId, DRIVE_LIST * pDriveList) PURE;
+    STDMETHOD(SetDatasetAttrib)(LPCWSTR pszSnapshotSetId, DRIVE_LIST* pDriveList) PURE;
     // Slot 11
-    STDMETHOD(IsUnlockedCloneSupported)(LPCWSTR pszFiler, BOOLEAN * pfSupported) PURE;
+    STDMETHOD(IsUnlockedCloneSupported)(LPCWSTR pszFiler, BOOLEAN* pfSupported) PURE;
 
 protected:
     ~IVSSSupport() = default;
@@ -234,28 +234,28 @@ protected:
 // out-parameters and the call's result.
 interface AsyncIVSSSupport : public IUnknown
 {
-    STDMETHOD(Begin_CreateSnapShot)(DRIVE_LIST * pDriveList, LPCWSTR pszSnapshotName) PURE;
+    STDMETHOD(Begin_CreateSnapShot)(DRIVE_LIST* pDriveList, LPCWSTR pszSnapshotName) PURE;
     STDMETHOD(Finish_CreateSnapShot)() PURE;
-    STDMETHOD(Begin_CreateSnapShot1)(DRIVE_LIST * pDriveList, LC_PAIR_ARRAY * pLcPairs,
-                                     LPCWSTR pszSnapshotName, DWORD dwUpdateReplicor,
-                                     DWORD dwCreationKind, LPCWSTR pszExclude) PURE;
+    STDMETHOD(Begin_CreateSnapShot1)
+    (DRIVE_LIST* pDriveList, LC_PAIR_ARRAY* pLcPairs, LPCWSTR pszSnapshotName,
+     DWORD dwUpdateReplicor, DWORD dwCreationKind, LPCWSTR pszExclude) PURE;
     STDMETHOD(Finish_CreateSnapShot1)() PURE;
-    STDMETHOD(Begin_GetTargetLunInfo)(LUN_LOCATION * pSourceLun, LPCWSTR pszSnapshotName,
-                                      DWORD dwAssign, DWORD dwWritable) PURE;
-    STDMETHOD(Finish_GetTargetLunInfo)(TARGET_LUN_INFO * *ppTargetLunInfo) PURE;
-    STDMETHOD(Begin_CreateTargetLun)(LUN_LOCATION * pSourceLun, LPCWSTR pszSnapshotName,
-                                     TARGET_LUN_INFO * pTargetLunInfo) PURE;
+    STDMETHOD(Begin_GetTargetLunInfo)
+    (LUN_LOCATION* pSourceLun, LPCWSTR pszSnapshotName, DWORD dwAssign, DWORD dwWritable) PURE;
+    STDMETHOD(Finish_GetTargetLunInfo)(TARGET_LUN_INFO** ppTargetLunInfo) PURE;
+    STDMETHOD(Begin_CreateTargetLun)
+    (LUN_LOCATION* pSourceLun, LPCWSTR pszSnapshotName, TARGET_LUN_INFO* pTargetLunInfo) PURE;
     STDMETHOD(Finish_CreateTargetLun)() PURE;
-    STDMETHOD(Begin_DeleteTargetLun)(LUN_LOCATION * pTargetLun) PURE;
+    STDMETHOD(Begin_DeleteTargetLun)(LUN_LOCATION* pTargetLun) PURE;
     STDMETHOD(Finish_DeleteTargetLun)() PURE;
-    STDMETHOD(Begin_DeleteSnapShot)(LUN_LOCATION * pSourceLun, LPCWSTR pszSnapshotName) PURE;
+    STDMETHOD(Begin_DeleteSnapShot)(LUN_LOCATION* pSourceLun, LPCWSTR pszSnapshotName) PURE;
     STDMETHOD(Finish_DeleteSnapShot)() PURE;
     STDMETHOD(Begin_EnumVirtualDisks)(DWORD dwFlags) PURE;
-    STDMETHOD(Finish_EnumVirtualDisks)(VD_INFO_LIST * pDiskList) PURE;
-    STDMETHOD(Begin_SetDatasetAttrib)(LPCWSTR pszSnapshotSetId, DRIVE_LIST * pDriveList) PURE;
+    STDMETHOD(Finish_EnumVirtualDisks)(VD_INFO_LIST* pDiskList) PURE;
+    STDMETHOD(Begin_SetDatasetAttrib)(LPCWSTR pszSnapshotSetId, DRIVE_LIST* pDriveList) PURE;
     STDMETHOD(Finish_SetDatasetAttrib)() PURE;
     STDMETHOD(Begin_IsUnlockedCloneSupported)(LPCWSTR pszFiler) PURE;
-    STDMETHOD(Finish_IsUnlockedCloneSupported)(BOOLEAN * pfSupported) PURE;
+    STDMETHOD(Finish_IsUnlockedCloneSupported)(BOOLEAN* pfSupported) PURE;
 
 protected:
     ~AsyncIVSSSupport() = default;
@@ -265,7 +265,7 @@ interface ISnapShot : public IUnknown
 {
     // Slot 3: the synchronous creation. TESSERA_E_BACKUP_SNAPSHOT_UNSUPPORTED when the storage
     // system cannot make this snapshot as a backup snapshot.
-    STDMETHOD(CreateSnapShot)(DRIVE_LIST * pDriveList, LPCWSTR pszSnapshotName) PURE;
+    STDMETHOD(CreateSnapShot)(DRIVE_LIST* pDriveList, LPCWSTR pszSnapshotName) PURE;
 
 protected:
     ~ISnapShot() = default;
@@ -274,9 +274,9 @@ protected:
 interface IHyperVSupport : public IUnknown
 {
     // Slot 3: whether the Hyper-V role is installed on the host.
-    STDMETHOD(IsHyperVInstalled)(BOOLEAN * pfInstalled) PURE;
+    STDMETHOD(IsHyperVInstalled)(BOOLEAN* pfInstalled) PURE;
     // Slot 4: whether the Hyper-V role is enabled on the host.
-    STDMETHOD(IsHyperVRoleEnabled)(BOOLEAN * pfEnabled) PURE;
+    STDMETHOD(IsHyperVRoleEnabled)(BOOLEAN* pfEnabled) PURE;
 
 protected:
     ~IHyperVSupport() = default;
@@ -286,8 +286,8 @@ protected:
 // S_OK lets the creation go on; E_UNEXPECTED abandons it.
 interface _ISnapShotEvents : public IUnknown
 {
-    STDMETHOD(OnKVXSnapOpProgress)(LPCWSTR pszSnapshotName, LPCWSTR pszMachineName,
-                                   LONG lProgress) PURE;
+    STDMETHOD(OnKVXSnapOpProgress)
+    (LPCWSTR pszSnapshotName, LPCWSTR pszMachineName, LONG lProgress) PURE;
     // The three arguments are the service's; sinks do not read them.
     STDMETHOD(OnKVXSnapReady)(ULONG_PTR ulArg1, ULONG_PTR ulArg2, ULONG_PTR ulArg3) PURE;
 

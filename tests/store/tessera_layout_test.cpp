@@ -55,16 +55,23 @@ struct FieldCase
 };
 
 class TesseraLayout : public ::testing::TestWithParam<FieldCase>
-{
-};
+{};
 
 TEST_P(TesseraLayout, FieldIsAtItsPublishedOffset)
 {
     EXPECT_EQ(GetParam().expected, GetParam().offset) << GetParam().name;
 }
 
-#define FIELD(type, field, at) FieldCase{#type "." #field, offsetof(type, field), at}
-#define SIZE(type, bytes) FieldCase{"sizeof " #type, sizeof(type), bytes}
+#define FIELD(type, field, at)                                                                     \
+    FieldCase                                                                                      \
+    {                                                                                              \
+#type "." #field, offsetof(type, field), at                                                \
+    }
+#define SIZE(type, bytes)                                                                          \
+    FieldCase                                                                                      \
+    {                                                                                              \
+        "sizeof " #type, sizeof(type), bytes                                                       \
+    }
 
 INSTANTIATE_TEST_SUITE_P(
     Records, TesseraLayout,
@@ -86,10 +93,10 @@ INSTANTIATE_TEST_SUITE_P(
         FIELD(VD_INFO, Shared, 72), FIELD(VD_INFO, ExtraFlag2, 73), FIELD(VD_INFO, ExtraByte1, 75),
         FIELD(VD_INFO, ExtraByte2, 76), FIELD(VD_INFO, SCSIPort, 77), FIELD(VD_INFO, Bus, 78),
         FIELD(VD_INFO, Target, 79), FIELD(VD_INFO, LUN, 80), FIELD(VD_INFO, Readonly, 81),
-        FIELD(VD_INFO, Size, 88), FIELD(VD_INFO, ExtraDword2, 96),
-        FIELD(VD_INFO, ExtraDword3, 100), FIELD(VD_INFO, MountPointCount, 104),
-        FIELD(VD_INFO, MountPoint, 112), FIELD(VD_INFO, ExtraDword4, 136),
-        SIZE(VD_INFO_LIST, 16), FIELD(VD_INFO_LIST, Count, 0), FIELD(VD_INFO_LIST, Disks, 8)),
+        FIELD(VD_INFO, Size, 88), FIELD(VD_INFO, ExtraDword2, 96), FIELD(VD_INFO, ExtraDword3, 100),
+        FIELD(VD_INFO, MountPointCount, 104), FIELD(VD_INFO, MountPoint, 112),
+        FIELD(VD_INFO, ExtraDword4, 136), SIZE(VD_INFO_LIST, 16), FIELD(VD_INFO_LIST, Count, 0),
+        FIELD(VD_INFO_LIST, Disks, 8)),
     [](const auto& info) {
         std::string name;
         for (const char* p = info.param.name; *p; ++p)

@@ -152,8 +152,7 @@ TEST(TesseraSlots, EventSlotsDispatchToTheirMethods)
     EXPECT_EQ(43, events.m_lProgress);
     reinterpret_cast<ReadyFn>(VtableOf(pEvents)[4])(pEvents, 0, 0, 7);
     EXPECT_EQ(7, events.m_lProgress);
-    EXPECT_EQ((std::vector<std::string>{"OnKVXSnapOpProgress", "OnKVXSnapReady"}),
-              events.m_calls);
+    EXPECT_EQ((std::vector<std::string>{"OnKVXSnapOpProgress", "OnKVXSnapReady"}), events.m_calls);
 }
 
 TEST(TesseraSlots, HyperVSlotsDispatchToTheirMethods)
