@@ -278,21 +278,13 @@ HRESULT SetProductVersion(const std::string& version)
 const std::vector<std::string>& FaultableMethods()
 {
     static const std::vector<std::string> methods = {
-        "CreateInstance",
-        "CreateCall",
-        "Advise",
-        "CreateSnapShot",
-        "CreateSnapShot1",
-        "Begin_CreateSnapShot1",
-        "Finish_CreateSnapShot1",
-        "GetTargetLunInfo",
-        "CreateTargetLun",
-        "DeleteTargetLun",
-        "DeleteSnapShot",
-        "EnumVirtualDisks",
-        "SetDatasetAttrib",
-        "IsUnlockedCloneSupported",
-        "IsHyperVInstalled",
+        "CreateInstance",           "CreateCall",
+        "CreateSnapShot",           "CreateSnapShot1",
+        "Begin_CreateSnapShot1",    "Finish_CreateSnapShot1",
+        "GetTargetLunInfo",         "CreateTargetLun",
+        "DeleteTargetLun",          "DeleteSnapShot",
+        "EnumVirtualDisks",         "SetDatasetAttrib",
+        "IsUnlockedCloneSupported", "IsHyperVInstalled",
         "IsHyperVRoleEnabled",
     };
     return methods;

@@ -123,7 +123,7 @@ HRESULT SetProductVersion(const std::string& version);
 // ---- Fault injection ----
 // Methods are named as the service's: "EnumVirtualDisks", "CreateSnapShot1",
 // "IsHyperVRoleEnabled", ..., also "Begin_CreateSnapShot1", "Finish_CreateSnapShot1",
-// "CreateInstance" (activation of either class), "CreateCall" and "Advise". A rule applies to
+// "CreateInstance" (activation of either class) and "CreateCall". A rule applies to
 // the next `lTimes` calls (kEveryCall: until cleared) and is kept in the state, so that a rule
 // set by `orvsim storage fail` applies in a later process.
 //

@@ -24,4 +24,7 @@ std::unique_ptr<Command> AddRegCommand(CLI::App& app);
 // `orvsim events`: the event log, newest last, as text or JSON.
 std::unique_ptr<Command> AddEventsCommand(CLI::App& app);
 
+// `orvsim storage`: the simulated storage service's topology, state, faults and LUN data.
+std::unique_ptr<Command> AddStorageCommand(CLI::App& app);
+
 } // namespace orvsim

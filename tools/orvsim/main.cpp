@@ -18,6 +18,7 @@ int main(int argc, char** argv)
     std::vector<std::unique_ptr<orvsim::Command>> commands;
     commands.push_back(orvsim::AddRegCommand(app));
     commands.push_back(orvsim::AddEventsCommand(app));
+    commands.push_back(orvsim::AddStorageCommand(app));
 
     try {
         app.parse(argc, argv);
