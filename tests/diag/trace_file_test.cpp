@@ -1,42 +1,51 @@
 // Trace files: naming, first open, rollover, size accounting and failures to open.
-#include "pal/palcontrol.h"
-#include "pal/winerror.h"
-#include "tests/diag/support/tracefixture.h"
+#include "tests/diag/support/diagfixture.h"
 
 #include <string>
 
 namespace {
 
-using orvtest::TraceTest;
-using TraceFileTest = TraceTest;
-
 constexpr DWORD LIMIT = 102400;
+
+class TraceFileTest : public orvtest::TraceTest
+{
+protected:
+    // Opens the log on 7 March in a trace directory holding only `files` (16 bytes each).
+    void Open(DWORD dwLevel = TRACE_LEVEL_ERROR, const std::vector<std::string>& files = {})
+    {
+        std::filesystem::remove_all(m_dir);
+        std::filesystem::create_directories(m_dir);
+        for (const std::string& name : files)
+            WriteFile(name, "sixteen bytes!\r\n");
+        SetDate(3, 7);
+        TraceInit(dwLevel, TraceDir().c_str(), W("orvp"), LIMIT);
+    }
+};
 
 TEST_F(TraceFileTest, SizeLimitIsNormalised)
 {
-    struct Case
-    {
-        DWORD dwGiven;
-        DWORD dwUsed;
-    };
-    const Case cases[] = {
+    const DWORD cases[][2] = {
         {0, 104857600},   {1, 102400},      {50000, 102400},      {102399, 102400},
         {102400, 102400}, {102401, 102401}, {10485760, 10485760},
     };
-    for (const Case& c : cases) {
-        TraceInit(0, nullptr, nullptr, c.dwGiven);
-        EXPECT_EQ(c.dwUsed, g_trace.dwMaxFileSize) << "given " << c.dwGiven;
+    for (const auto& c : cases) {
+        TraceInit(0, nullptr, nullptr, c[0]);
+        EXPECT_EQ(c[1], g_trace.dwMaxFileSize) << "given " << c[0];
     }
 }
 
-TEST_F(TraceFileTest, FirstOpenOfTheDayCreatesNumberZero)
+TEST_F(TraceFileTest, FirstOpenCreatesNumberZeroAndWritesCrLfCountedOnce)
 {
-    SetDate(3, 7);
-    TraceInit(TRACE_LEVEL_INFO, TraceDir().c_str(), W("orvp"), LIMIT);
+    Open(TRACE_LEVEL_INFO);
     TraceW(W("hello\n"));
     EXPECT_EQ(12u, g_trace.dwBytesCounted);
     TraceClose();
     EXPECT_EQ("hello\r\n", ReadFile("orvp03070000.log"));
+    Open();
+    TraceA("a\nb\n");
+    EXPECT_EQ(4u, g_trace.dwBytesCounted);
+    TraceClose();
+    EXPECT_EQ("a\r\nb\r\n", ReadFile("orvp03070000.log"));
 }
 
 TEST_F(TraceFileTest, LevelZeroOpensNoFileUntilTheLevelIsRaised)
@@ -45,7 +54,6 @@ TEST_F(TraceFileTest, LevelZeroOpensNoFileUntilTheLevelIsRaised)
     WriteFile("orvp03070002.log", "earlier\r\n");
     TraceInit(0, TraceDir().c_str(), W("orvp"), LIMIT);
     EXPECT_EQ(nullptr, g_trace.pFile);
-
     TraceSetLevel(TRACE_LEVEL_INFO);
     ASSERT_NE(nullptr, g_trace.pFile);
     EXPECT_EQ(2u, g_trace.dwSequence);
@@ -58,54 +66,42 @@ TEST_F(TraceFileTest, LevelZeroOpensNoFileUntilTheLevelIsRaised)
 
 TEST_F(TraceFileTest, FirstOpenContinuesTodaysNewestFile)
 {
-    struct Case
+    const struct
     {
-        const char* pszName;
         std::vector<std::string> existing;
         DWORD dwSequence;
         DWORD dwBytesCounted;
-    };
-    const Case cases[] = {
-        {"five files",
-         {"orvp03070000.log", "orvp03070001.log", "orvp03070002.log", "orvp03070003.log",
+    } cases[] = {
+        {{"orvp03070000.log", "orvp03070001.log", "orvp03070002.log", "orvp03070003.log",
           "orvp03070004.log"},
          4,
          16},
-        {"only zero", {"orvp03070000.log"}, 0, 0},
-        {"letters read as zero", {"orvp0307abcd.log"}, 0, 0},
-        {"leading digits", {"orvp030712ab.log"}, 12, 16},
-        {"wrong length ignored", {"orvp030712345.log", "orvp03070001.log"}, 1, 16},
-        {"other day ignored", {"orvp03060009.log", "orvp03070001.log"}, 1, 16},
-        {"other prefix ignored", {"trcp03070009.log"}, 0, 0},
+        {{"orvp03070000.log"}, 0, 0},
+        {{"orvp0307abcd.log"}, 0, 0}, // letters read as zero
+        {{"orvp030712ab.log"}, 12, 16},
+        {{"orvp030712345.log", "orvp03070001.log"}, 1, 16}, // wrong length ignored
+        {{"orvp03060009.log", "orvp03070001.log"}, 1, 16},  // another day ignored
+        {{"trcp03070009.log"}, 0, 0},                       // another prefix ignored
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.pszName);
-        std::filesystem::remove_all(m_dir);
-        std::filesystem::create_directories(m_dir);
-        for (const std::string& name : c.existing)
-            WriteFile(name, "sixteen bytes!\r\n");
-        SetDate(3, 7);
-        TraceInit(TRACE_LEVEL_ERROR, TraceDir().c_str(), W("orvp"), LIMIT);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.existing[0]);
+        Open(TRACE_LEVEL_ERROR, c.existing);
         EXPECT_EQ(c.dwSequence, g_trace.dwSequence);
         EXPECT_EQ(c.dwBytesCounted, g_trace.dwBytesCounted);
         TraceClose();
     }
 }
 
-TEST_F(TraceFileTest, WideLineRollsOverWhenItWouldPassTheLimit)
+TEST_F(TraceFileTest, LineRollsOverWhenItWouldPassTheLimit)
 {
     const std::u16string line(100, u'x'); // 200 bytes as the log counts them
-    struct Case
+    const struct
     {
         DWORD dwCountedBefore;
         bool fRollover;
-    };
-    const Case cases[] = {{LIMIT - 199, true}, {LIMIT - 200, false}, {LIMIT, true}};
-    for (const Case& c : cases) {
-        std::filesystem::remove_all(m_dir);
-        std::filesystem::create_directories(m_dir);
-        SetDate(3, 7);
-        TraceInit(TRACE_LEVEL_ERROR, TraceDir().c_str(), W("orvp"), LIMIT);
+    } cases[] = {{LIMIT - 199, true}, {LIMIT - 200, false}, {LIMIT, true}};
+    for (const auto& c : cases) {
+        Open();
         g_trace.dwBytesCounted = c.dwCountedBefore;
         TraceW(W("%s"), line.c_str());
         EXPECT_EQ(c.fRollover ? 1u : 0u, g_trace.dwSequence) << c.dwCountedBefore;
@@ -113,29 +109,14 @@ TEST_F(TraceFileTest, WideLineRollsOverWhenItWouldPassTheLimit)
         TraceClose();
         EXPECT_EQ(c.fRollover, Exists("orvp03070001.log"));
     }
-}
-
-TEST_F(TraceFileTest, NarrowLineCountsOneBytePerCharacter)
-{
-    SetDate(3, 7);
-    TraceInit(TRACE_LEVEL_ERROR, TraceDir().c_str(), W("orvp"), LIMIT);
+    Open();
     g_trace.dwBytesCounted = LIMIT - 100;
     TraceA("%s", std::string(100, 'n').c_str());
-    EXPECT_EQ(0u, g_trace.dwSequence);
+    EXPECT_EQ(0u, g_trace.dwSequence) << "a narrow character counts one byte";
     EXPECT_EQ(LIMIT, g_trace.dwBytesCounted);
     TraceA("z");
     EXPECT_EQ(1u, g_trace.dwSequence);
     EXPECT_EQ(1u, g_trace.dwBytesCounted);
-}
-
-TEST_F(TraceFileTest, LineFeedIsWrittenAsCrLfButCountedOnce)
-{
-    SetDate(3, 7);
-    TraceInit(TRACE_LEVEL_ERROR, TraceDir().c_str(), W("orvp"), LIMIT);
-    TraceA("a\nb\n");
-    EXPECT_EQ(4u, g_trace.dwBytesCounted);
-    TraceClose();
-    EXPECT_EQ("a\r\nb\r\n", ReadFile("orvp03070000.log"));
 }
 
 TEST_F(TraceFileTest, FirstRolloverAfterMidnightTruncatesNumberZeroOfTheNewDay)
@@ -159,9 +140,9 @@ TEST_F(TraceFileTest, FirstRolloverAfterMidnightTruncatesNumberZeroOfTheNewDay)
 
 TEST_F(TraceFileTest, SequenceWrapsFrom9999ToZeroWithTruncation)
 {
-    SetDate(3, 7);
     WriteFile("orvp03079999.log", "x");
     WriteFile("orvp03070000.log", "old number zero\r\n");
+    SetDate(3, 7);
     TraceInit(TRACE_LEVEL_ERROR, TraceDir().c_str(), W("orvp"), LIMIT);
     EXPECT_EQ(9999u, g_trace.dwSequence);
     g_trace.dwBytesCounted = LIMIT;
@@ -173,8 +154,7 @@ TEST_F(TraceFileTest, SequenceWrapsFrom9999ToZeroWithTruncation)
 
 TEST_F(TraceFileTest, SuspendedOutputReachesOnlyTheDebugger)
 {
-    SetDate(3, 7);
-    TraceInit(TRACE_LEVEL_ERROR, TraceDir().c_str(), W("orvp"), LIMIT);
+    Open();
     TraceSuspendFile();
     TraceA("hidden\n");
     EXPECT_EQ(0u, g_trace.dwBytesCounted);
@@ -187,39 +167,28 @@ TEST_F(TraceFileTest, SuspendedOutputReachesOnlyTheDebugger)
     EXPECT_NE(std::string::npos, pal::TakeDebugOutputText().find("hidden\n"));
 }
 
-TEST_F(TraceFileTest, FailedOpenLeavesNoFileButDebuggerOutputGoesOn)
+TEST_F(TraceFileTest, FailedOpensAndSearches)
 {
-    SetDate(3, 7);
     pal::InjectFault("_wfopen", ERROR_ACCESS_DENIED);
-    TraceInit(TRACE_LEVEL_ERROR, TraceDir().c_str(), W("orvp"), LIMIT);
+    Open();
     EXPECT_EQ(nullptr, g_trace.pFile);
     TraceA("lost to the file\n");
     EXPECT_EQ(0u, g_trace.dwBytesCounted);
-    EXPECT_EQ("lost to the file\n", pal::TakeDebugOutputText());
-
+    EXPECT_EQ("lost to the file\n", pal::TakeDebugOutputText()) << "the debugger still gets it";
     pal::ClearFaults();
-    TraceSetLevel(TRACE_LEVEL_INFO); // a later first open succeeds
-    EXPECT_NE(nullptr, g_trace.pFile);
-}
+    TraceSetLevel(TRACE_LEVEL_INFO);
+    EXPECT_NE(nullptr, g_trace.pFile) << "a later first open succeeds";
 
-TEST_F(TraceFileTest, FailedRolloverStopsFileOutput)
-{
-    SetDate(3, 7);
-    TraceInit(TRACE_LEVEL_ERROR, TraceDir().c_str(), W("orvp"), LIMIT);
     pal::InjectFault("_wfopen", ERROR_DISK_FULL);
     g_trace.dwBytesCounted = LIMIT;
     TraceA("no room\n");
-    EXPECT_EQ(nullptr, g_trace.pFile);
+    EXPECT_EQ(nullptr, g_trace.pFile) << "a failed rollover stops file output";
     EXPECT_FALSE(Exists("orvp03070001.log"));
-}
+    pal::ClearFaults();
 
-TEST_F(TraceFileTest, UnsearchableDirectoryStartsAtNumberZero)
-{
-    SetDate(3, 7);
-    WriteFile("orvp03070005.log", "x");
     pal::InjectFault("FindFirstFileW", ERROR_ACCESS_DENIED);
-    TraceInit(TRACE_LEVEL_ERROR, TraceDir().c_str(), W("orvp"), LIMIT);
-    EXPECT_EQ(0u, g_trace.dwSequence);
+    Open(TRACE_LEVEL_ERROR, {"orvp03070005.log"});
+    EXPECT_EQ(0u, g_trace.dwSequence) << "an unsearchable directory starts at number zero";
     EXPECT_NE(nullptr, g_trace.pFile);
 }
 

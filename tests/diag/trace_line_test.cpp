@@ -2,7 +2,7 @@
 #include "pal/oaidl.h"
 #include "pal/processthreadsapi.h"
 #include "pal/winuser.h"
-#include "tests/diag/support/tracefixture.h"
+#include "tests/diag/support/diagfixture.h"
 
 #include <regex>
 #include <string>
@@ -10,23 +10,16 @@
 
 namespace {
 
-using orvtest::Narrow;
-using orvtest::TraceTest;
-using TraceLineTest = TraceTest;
+using TraceLineTest = orvtest::TraceTest;
+using Pieces = std::vector<std::string>;
 
-std::vector<std::string> Pieces()
+// The separate writes sent to the debugger output since the last call.
+Pieces TakePieces()
 {
-    std::vector<std::string> pieces;
+    Pieces pieces;
     for (const auto& piece : pal::TakeDebugOutput())
-        pieces.push_back(Narrow(piece));
+        pieces.push_back(orvtest::Narrow(piece));
     return pieces;
-}
-
-std::string ExpectedPrefixPattern()
-{
-    char szId[16];
-    wsprintfA(szId, "%06d", GetCurrentThreadId());
-    return std::string("\\[") + szId + "\\] \\[03/07 10:20:\\d\\d \\d\\d\\d\\] ";
 }
 
 TEST_F(TraceLineTest, FirstLineOfAThreadHasNoPrefixTheNextOneHas)
@@ -35,34 +28,29 @@ TEST_F(TraceLineTest, FirstLineOfAThreadHasNoPrefixTheNextOneHas)
     TraceW(W("first\n"));
     TraceW(W("second "));
     TraceW(W("continued\n"));
-    std::vector<std::string> pieces = Pieces();
-    ASSERT_EQ(4u, pieces.size());
-    EXPECT_EQ("first\n", pieces[0]);
-    EXPECT_TRUE(std::regex_match(pieces[1], std::regex(ExpectedPrefixPattern()))) << pieces[1];
-    EXPECT_EQ("second ", pieces[2]);
-    EXPECT_EQ("continued\n", pieces[3]);
-}
-
-TEST_F(TraceLineTest, EmptyTextDoesNotEndALine)
-{
-    TraceW(W("x\n"));
     TraceW(W(""));
-    TraceW(W("y\n"));
-    std::vector<std::string> pieces = Pieces();
-    ASSERT_EQ(4u, pieces.size()); // "x\n", prefix, "", "y\n": no second prefix
-    EXPECT_EQ("", pieces[2]);
-    EXPECT_EQ("y\n", pieces[3]);
+    TraceW(W("third\n"));
+    Pieces pieces = TakePieces();
+    // An empty text does not end a line: no prefix before "third".
+    ASSERT_EQ(7u, pieces.size());
+    char szId[16];
+    wsprintfA(szId, "%06d", GetCurrentThreadId());
+    const std::regex prefix(std::string("\\[") + szId + "\\] \\[03/07 10:20:\\d\\d \\d\\d\\d\\] ");
+    EXPECT_EQ("first\n", pieces[0]);
+    EXPECT_TRUE(std::regex_match(pieces[1], prefix)) << pieces[1];
+    EXPECT_EQ((Pieces{"second ", "continued\n"}), Pieces(pieces.begin() + 2, pieces.begin() + 4));
+    EXPECT_TRUE(std::regex_match(pieces[4], prefix)) << pieces[4];
+    EXPECT_EQ((Pieces{"", "third\n"}), Pieces(pieces.begin() + 5, pieces.end()));
 }
 
 TEST_F(TraceLineTest, NestedScopesIndentByFourUpToOneHundred)
 {
-    struct Case
+    const struct
     {
         int nDepth;
         size_t cchIndent;
-    };
-    const Case cases[] = {{1, 4}, {3, 12}, {25, 100}, {26, 100}, {30, 100}};
-    for (const Case& c : cases) {
+    } cases[] = {{1, 4}, {3, 12}, {25, 100}, {26, 100}, {30, 100}};
+    for (const auto& c : cases) {
         TraceInit(TRACE_LEVEL_INFO, nullptr, nullptr, 0);
         TraceW(W("start\n"));
         std::vector<std::unique_ptr<CTraceScope>> scopes;
@@ -70,66 +58,56 @@ TEST_F(TraceLineTest, NestedScopesIndentByFourUpToOneHundred)
             scopes.push_back(std::make_unique<CTraceScope>(W("Scope")));
         pal::TakeDebugOutput();
         TraceW(W("inner\n"));
-        std::vector<std::string> pieces = Pieces();
+        Pieces pieces = TakePieces();
         ASSERT_EQ(3u, pieces.size()) << c.nDepth;
         EXPECT_EQ(std::string(c.cchIndent, ' '), pieces[1]) << c.nDepth;
-        while (!scopes.empty())
-            scopes.pop_back();
+        scopes.clear();
         TraceW(W("outer\n"));
-        EXPECT_EQ(2u, Pieces().size()) << "no indentation left after the scopes";
+        EXPECT_EQ(2u, TakePieces().size()) << "no indentation left after the scopes";
     }
 }
 
-TEST_F(TraceLineTest, ScopeWritesEnteredAndExitedAtLevelFour)
+TEST_F(TraceLineTest, ScopeWritesEnteredAndExitedAtLevelFourAndIndentsSilentlyBelow)
 {
     TraceW(W("\n"));
     {
         CTraceScope scope(W("CConfig::Initialize"));
         TraceW(W("body\n"));
     }
-    std::vector<std::string> pieces = Pieces();
+    Pieces pieces = TakePieces();
     // "\n", prefix, entered, prefix, 4 spaces, body, prefix, exited
     ASSERT_EQ(8u, pieces.size());
     EXPECT_EQ("CConfig::Initialize() entered\n", pieces[2]);
     EXPECT_EQ("    ", pieces[4]);
     EXPECT_EQ("body\n", pieces[5]);
     EXPECT_EQ("CConfig::Initialize() exited\n", pieces[7]);
-}
 
-TEST_F(TraceLineTest, ScopeBelowLevelFourIndentsSilently)
-{
-    TraceInit(TRACE_LEVEL_INFO, nullptr, nullptr, 0);
-    TraceW(W("\n"));
+    TraceSetLevel(TRACE_LEVEL_INFO);
     {
         CTraceScope scope(W("Quiet"));
         TRACE(TRACE_LEVEL_INFO, W("progress %d\n"), 7);
         TRACE(TRACE_LEVEL_VERBOSE, W("filtered\n"));
     }
-    std::vector<std::string> pieces = Pieces();
-    ASSERT_EQ(4u, pieces.size());
-    EXPECT_EQ("    ", pieces[2]);
-    EXPECT_EQ("progress 7\n", pieces[3]);
+    pieces = TakePieces();
+    ASSERT_EQ(3u, pieces.size());
+    EXPECT_EQ("    ", pieces[1]);
+    EXPECT_EQ("progress 7\n", pieces[2]);
 }
 
-TEST_F(TraceLineTest, LevelZeroFiltersEveryLevelButUnconditionalLinesStillGoOut)
+TEST_F(TraceLineTest, LevelsLineLengthAndTheAssertLine)
 {
     TraceInit(0, nullptr, nullptr, 0);
     TRACE(TRACE_LEVEL_ERROR, W("failure\n"));
     TraceW(W("unconditional\n"));
-    EXPECT_EQ("unconditional\n", pal::TakeDebugOutputText());
-}
+    EXPECT_EQ("unconditional\n", pal::TakeDebugOutputText()) << "level 0 filters every level";
 
-TEST_F(TraceLineTest, LongLinesAreCutAt1024Characters)
-{
-    std::u16string text(2000, u'w');
-    TraceW(W("%s"), text.c_str());
-    std::vector<std::string> pieces = Pieces();
+    TraceInit(TRACE_LEVEL_ERROR, nullptr, nullptr, 0);
+    TraceW(W("%s"), std::u16string(2000, u'w').c_str());
+    Pieces pieces = TakePieces();
     ASSERT_EQ(1u, pieces.size());
-    EXPECT_EQ(1024u, pieces[0].size());
-}
+    EXPECT_EQ(1024u, pieces[0].size()) << "a line is cut at 1024 characters";
 
-TEST_F(TraceLineTest, AssertLineHasTheExactFormat)
-{
+    TraceInit(TRACE_LEVEL_ERROR, nullptr, nullptr, 0);
     TraceAssert("pList != NULL", "core.cpp", 42, 5);
     EXPECT_EQ("ASSERT (pList != NULL) FAILED [File=\"core.cpp\", Line=42, LastError=0x00000005]\n",
               pal::TakeDebugOutputText());
@@ -161,48 +139,40 @@ private:
     HRESULT m_hr;
 };
 
-void SetThreadError(LPCWSTR pszSource, LPCWSTR pszDescription)
-{
-    ICreateErrorInfo* pCreate = nullptr;
-    ASSERT_EQ(S_OK, CreateErrorInfo(&pCreate));
-    pCreate->SetSource(const_cast<LPOLESTR>(pszSource));
-    pCreate->SetDescription(const_cast<LPOLESTR>(pszDescription));
-    IErrorInfo* pInfo = nullptr;
-    pCreate->QueryInterface(IID_IErrorInfo, reinterpret_cast<void**>(&pInfo));
-    SetErrorInfo(0, pInfo);
-    pInfo->Release();
-    pCreate->Release();
-}
-
 TEST_F(TraceLineTest, ComExceptionLines)
 {
-    struct Case
+    const struct
     {
-        const char* pszName;
         bool fSupport;
         HRESULT hrSupports;
         LPCWSTR pszErrorSource; // nullptr: no error object on the thread
         LPCWSTR pszDescription;
         std::string expected;
-    };
-    const Case cases[] = {
-        {"no ISupportErrorInfo", false, S_OK, nullptr, nullptr,
+    } cases[] = {
+        {false, S_OK, nullptr, nullptr,
          "QueryInterface on IID_ISupportErrorInfo FAILED [hr=0x80004002, "
          "psei=0000000000000000]\n"},
-        {"interface not supported", true, E_FAIL, W("src"), W("desc"),
-         "InterfaceSupportsErrorInfo FAILED [hr=0x80004005]\n"},
-        {"no error object", true, S_OK, nullptr, nullptr,
+        {true, E_FAIL, W("src"), W("desc"), "InterfaceSupportsErrorInfo FAILED [hr=0x80004005]\n"},
+        {true, S_OK, nullptr, nullptr,
          "GetErrorInfo FAILED [hr=0x00000001, psei=0000000000000000]\n"},
-        {"no description", true, S_FALSE, W("Tessera.Lun"), nullptr,
-         "NULL bstrDescp and/or bstrSource\n"},
-        {"full", true, S_OK, W("Tessera.Lun"), W("LUN is offline"),
+        {true, S_FALSE, W("Tessera.Lun"), nullptr, "NULL bstrDescp and/or bstrSource\n"},
+        {true, S_OK, W("Tessera.Lun"), W("LUN is offline"),
          "**** Tessera COM Exception: source=Tessera.Lun, description=LUN is offline\n"},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.pszName);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.expected);
         SetErrorInfo(0, nullptr);
-        if (c.pszErrorSource)
-            SetThreadError(c.pszErrorSource, c.pszDescription);
+        if (c.pszErrorSource) {
+            ICreateErrorInfo* pCreate = nullptr;
+            ASSERT_EQ(S_OK, CreateErrorInfo(&pCreate));
+            pCreate->SetSource(const_cast<LPOLESTR>(c.pszErrorSource));
+            pCreate->SetDescription(const_cast<LPOLESTR>(c.pszDescription));
+            IErrorInfo* pInfo = nullptr;
+            pCreate->QueryInterface(IID_IErrorInfo, reinterpret_cast<void**>(&pInfo));
+            SetErrorInfo(0, pInfo);
+            pInfo->Release();
+            pCreate->Release();
+        }
         CTestObject object(c.fSupport, c.hrSupports);
         TraceInit(TRACE_LEVEL_ERROR, nullptr, nullptr, 0);
         TraceComException(W("Tessera"), &object, IID_IUnknown);

@@ -1,13 +1,12 @@
 // The configuration watcher: changes under the key are re-read while the service runs.
-#include "tests/diag/support/configfixture.h"
+#include "tests/diag/support/diagfixture.h"
 
 namespace {
 
-using orvtest::ConfigTest;
 using orvtest::WaitUntil;
-using ConfigWatcherTest = ConfigTest;
+using ConfigWatcherTest = orvtest::ConfigTest;
 
-TEST_F(ConfigWatcherTest, TraceMaskChangesTheRunningLogAtOnce)
+TEST_F(ConfigWatcherTest, TraceMaskChangesTheRunningLogAtOnceAnUnchangedOneDoesNot)
 {
     SetDate(3, 7);
     SetDword(W("TraceMask"), 3);
@@ -27,16 +26,8 @@ TEST_F(ConfigWatcherTest, TraceMaskChangesTheRunningLogAtOnce)
     ASSERT_TRUE(WaitUntil([] { return TraceGetLevel() == 3; }));
     EXPECT_TRUE(IsFileOpenLocked());
     EXPECT_EQ(0u, SequenceLocked()) << "today's newest file is appended to";
-}
 
-TEST_F(ConfigWatcherTest, SameTraceMaskDoesNotTouchTheLog)
-{
-    SetDate(3, 7);
-    SetDword(W("TraceMask"), 3);
-    ASSERT_HR(S_OK, CConfig::Initialize());
-    TraceInit(3, TraceDir().c_str(), W("orvp"), 0);
     TraceClose(); // a level change would open it again
-
     WaitForWatcher();
     SetDword(W("TraceMask"), 3);
     SetDword(W("MaxVssWait"), 77);
@@ -44,7 +35,7 @@ TEST_F(ConfigWatcherTest, SameTraceMaskDoesNotTouchTheLog)
     EXPECT_FALSE(IsFileOpenLocked());
 }
 
-TEST_F(ConfigWatcherTest, ChangesInSubkeysWakeTheWatcherToo)
+TEST_F(ConfigWatcherTest, ChangesInSubkeysWakeTheWatcherAndTerminateJoinsIt)
 {
     ASSERT_HR(S_OK, CConfig::Initialize());
     WaitForWatcher();
@@ -55,11 +46,7 @@ TEST_F(ConfigWatcherTest, ChangesInSubkeysWakeTheWatcherToo)
         ASSERT_EQ(ERROR_SUCCESS, sub.SetDWORDValue(W("Anything"), 1));
     }
     EXPECT_TRUE(WaitUntil([this] { return CountInOutput("**** RegThread wakes up\n") >= 1; }));
-}
 
-TEST_F(ConfigWatcherTest, TerminateJoinsTheWatcher)
-{
-    ASSERT_HR(S_OK, CConfig::Initialize());
     WaitForWatcher();
     EXPECT_HR(S_OK, CConfig::Terminate());
     EXPECT_EQ(1u, CountInOutput("**** RegThread exits\n"));

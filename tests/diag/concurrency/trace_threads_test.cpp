@@ -2,14 +2,13 @@
 #include "pal/handleapi.h"
 #include "pal/processthreadsapi.h"
 #include "pal/synchapi.h"
-#include "tests/diag/support/tracefixture.h"
+#include "tests/diag/support/diagfixture.h"
 
 #include <fstream>
 
 namespace {
 
-using orvtest::TraceTest;
-using TraceThreadsTest = TraceTest;
+using TraceThreadsTest = orvtest::TraceTest;
 
 constexpr int THREADS = 4;
 constexpr int LINES = 500;
