@@ -1,22 +1,28 @@
 // Conformance of RegEnumKeyExW, RegEnumValueW and RegQueryInfoKeyW.
 #include "tests/pal/registry_testing.h"
 
+#include <algorithm>
 #include <string>
 
 namespace {
 
-using orvtest::registry::DwordBytes;
+using orvtest::registry::QueryInfo;
 using orvtest::registry::ScopedKey;
 using orvtest::registry::StringBytes;
 using RegistryEnumTest = orvtest::registry::RegistryTest;
+using Names = std::vector<std::u16string>;
 
-std::vector<std::u16string> SubKeyNames(HKEY hKey)
+// The subkeys' (or values') names in enumeration order, which must end with
+// ERROR_NO_MORE_ITEMS.
+Names Enumerate(HKEY hKey, bool fValues)
 {
-    std::vector<std::u16string> names;
+    Names names;
     for (DWORD i = 0;; ++i) {
         WCHAR name[256];
         DWORD cch = ARRAYSIZE(name);
-        LONG status = RegEnumKeyExW(hKey, i, name, &cch, nullptr, nullptr, nullptr, nullptr);
+        LONG status = fValues
+                          ? RegEnumValueW(hKey, i, name, &cch, nullptr, nullptr, nullptr, nullptr)
+                          : RegEnumKeyExW(hKey, i, name, &cch, nullptr, nullptr, nullptr, nullptr);
         if (status != ERROR_SUCCESS) {
             EXPECT_WIN32(ERROR_NO_MORE_ITEMS, status);
             return names;
@@ -25,55 +31,28 @@ std::vector<std::u16string> SubKeyNames(HKEY hKey)
     }
 }
 
-std::vector<std::u16string> ValueNames(HKEY hKey)
+TEST_F(RegistryEnumTest, SubkeysComeInNameOrderValuesInTheOrderFirstSet)
 {
-    std::vector<std::u16string> names;
-    for (DWORD i = 0;; ++i) {
-        WCHAR name[256];
-        DWORD cch = ARRAYSIZE(name);
-        LONG status = RegEnumValueW(hKey, i, name, &cch, nullptr, nullptr, nullptr, nullptr);
-        if (status != ERROR_SUCCESS) {
-            EXPECT_WIN32(ERROR_NO_MORE_ITEMS, status);
-            return names;
-        }
-        names.emplace_back(name, cch);
-    }
-}
-
-TEST_F(RegistryEnumTest, EmptyKeyHasNoItems)
-{
-    WCHAR name[8];
-    DWORD cch = ARRAYSIZE(name);
-    EXPECT_WIN32(ERROR_NO_MORE_ITEMS,
-                 RegEnumKeyExW(Base(), 0, name, &cch, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_WIN32(ERROR_NO_MORE_ITEMS,
-                 RegEnumValueW(Base(), 0, name, &cch, nullptr, nullptr, nullptr, nullptr));
-}
-
-TEST_F(RegistryEnumTest, SubkeysComeInNameOrderAndStayThere)
-{
+    EXPECT_EQ(Names{}, Enumerate(Base(), false));
+    EXPECT_EQ(Names{}, Enumerate(Base(), true));
     for (const WCHAR* name : {u"delta", u"Alpha", u"charlie", u"Bravo"})
         RegCloseKey(Create(name));
-    const std::vector<std::u16string> expected{u"Alpha", u"Bravo", u"charlie", u"delta"};
-    EXPECT_EQ(expected, SubKeyNames(Base()));
-    EXPECT_EQ(expected, SubKeyNames(Base())) << "the order is stable";
-    ASSERT_EQ(ERROR_SUCCESS, SetDword(Base(), u"unrelated", 1));
-    EXPECT_EQ(expected, SubKeyNames(Base())) << "values do not disturb it";
-}
-
-TEST_F(RegistryEnumTest, ValuesComeInTheOrderTheyWereFirstSet)
-{
     for (const WCHAR* name : {u"zeta", u"Alpha", u"mid"})
         ASSERT_EQ(ERROR_SUCCESS, SetDword(Base(), name, 1));
     ASSERT_EQ(ERROR_SUCCESS, SetDword(Base(), u"zeta", 2)) << "rewriting keeps the place";
-    const std::vector<std::u16string> expected{u"zeta", u"Alpha", u"mid"};
-    EXPECT_EQ(expected, ValueNames(Base()));
-    EXPECT_EQ(expected, ValueNames(Base()));
+    const Names keys{u"Alpha", u"Bravo", u"charlie", u"delta"};
+    const Names values{u"zeta", u"Alpha", u"mid"};
+    for (int pass = 0; pass < 2; ++pass) {
+        EXPECT_EQ(keys, Enumerate(Base(), false)) << "values do not disturb it, nor a repeat";
+        EXPECT_EQ(values, Enumerate(Base(), true));
+    }
     ASSERT_EQ(ERROR_SUCCESS, RegDeleteValueW(Base(), u"Alpha"));
-    EXPECT_EQ((std::vector<std::u16string>{u"zeta", u"mid"}), ValueNames(Base()));
+    EXPECT_EQ((Names{u"zeta", u"mid"}), Enumerate(Base(), true));
+    Names roots = Enumerate(HKEY_LOCAL_MACHINE, false);
+    EXPECT_NE(roots.end(), std::find(roots.begin(), roots.end(), u"Software"));
 }
 
-TEST_F(RegistryEnumTest, EnumKeyNameBufferRules)
+TEST_F(RegistryEnumTest, EnumKeyBufferRules)
 {
     RegCloseKey(Create(u"Seven77"));
     WCHAR name[8];
@@ -94,27 +73,20 @@ TEST_F(RegistryEnumTest, EnumKeyNameBufferRules)
                  RegEnumKeyExW(Base(), 0, nullptr, &cch, nullptr, nullptr, nullptr, nullptr));
 }
 
-TEST_F(RegistryEnumTest, EnumValueReturnsTypeAndData)
+TEST_F(RegistryEnumTest, EnumValueReturnsTypeAndDataWithTheBufferRules)
 {
     ASSERT_EQ(ERROR_SUCCESS, SetString(Base(), u"Str", u"hello"));
     WCHAR name[16];
-    DWORD cch = ARRAYSIZE(name);
-    DWORD dwType = 0;
+    DWORD cch = ARRAYSIZE(name), dwType = 0;
     BYTE data[32];
     DWORD cb = sizeof(data);
     ASSERT_EQ(ERROR_SUCCESS, RegEnumValueW(Base(), 0, name, &cch, nullptr, &dwType, data, &cb));
     EXPECT_EQ(std::u16string(u"Str"), std::u16string(name, cch));
     EXPECT_EQ(DWORD(REG_SZ), dwType);
     EXPECT_EQ(StringBytes(u"hello"), std::vector<BYTE>(data, data + cb));
-}
 
-TEST_F(RegistryEnumTest, EnumValueBufferRules)
-{
-    ASSERT_EQ(ERROR_SUCCESS, SetString(Base(), u"Str", u"hello"));
-    WCHAR name[16];
-    DWORD cch = ARRAYSIZE(name);
-    BYTE data[4];
-    DWORD cb = sizeof(data);
+    cch = ARRAYSIZE(name);
+    cb = 4;
     EXPECT_WIN32(ERROR_MORE_DATA,
                  RegEnumValueW(Base(), 0, name, &cch, nullptr, nullptr, data, &cb));
     EXPECT_EQ(12u, cb) << "the size needed";
@@ -132,49 +104,25 @@ TEST_F(RegistryEnumTest, EnumValueBufferRules)
                  RegEnumValueW(Base(), 1, name, &cch, nullptr, nullptr, nullptr, nullptr));
 }
 
-TEST_F(RegistryEnumTest, QueryInfoCountsAndLongestNames)
+TEST_F(RegistryEnumTest, QueryInfoCountsLongestNamesAndLastWrite)
 {
     RegCloseKey(Create(u"Short"));
     RegCloseKey(Create(u"MuchLongerName"));
     RegCloseKey(Create(u"MuchLongerName\\NotCounted\\AtAll"));
+    auto before = QueryInfo(Base());
     ASSERT_EQ(ERROR_SUCCESS, SetDword(Base(), u"a", 1));
     ASSERT_EQ(ERROR_SUCCESS, SetString(Base(), u"LongestValueName", u"x"));
     ASSERT_EQ(ERROR_SUCCESS, SetBytes(Base(), nullptr, REG_BINARY, std::vector<BYTE>(100)));
-    DWORD cSubKeys = 0, cchMaxSubKey = 0, cValues = 0, cchMaxValueName = 0, cbMaxValue = 0;
-    DWORD cbSecurity = 99;
-    FILETIME ft{};
-    ASSERT_EQ(ERROR_SUCCESS,
-              RegQueryInfoKeyW(Base(), nullptr, nullptr, nullptr, &cSubKeys, &cchMaxSubKey, nullptr,
-                               &cValues, &cchMaxValueName, &cbMaxValue, &cbSecurity, &ft));
-    EXPECT_EQ(2u, cSubKeys);
-    EXPECT_EQ(14u, cchMaxSubKey);
-    EXPECT_EQ(3u, cValues);
-    EXPECT_EQ(16u, cchMaxValueName);
-    EXPECT_EQ(100u, cbMaxValue);
-    EXPECT_EQ(0u, cbSecurity);
-    EXPECT_NE(0u, ft.dwHighDateTime);
-}
-
-TEST_F(RegistryEnumTest, LastWriteTimeMovesOnWrites)
-{
-    ScopedKey key(Create(u"Timed"));
-    FILETIME before{}, after{};
-    ASSERT_EQ(ERROR_SUCCESS,
-              RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                               nullptr, nullptr, nullptr, &before));
-    ASSERT_EQ(ERROR_SUCCESS, SetDword(key, u"v", 1));
-    ASSERT_EQ(ERROR_SUCCESS, RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                              nullptr, nullptr, nullptr, nullptr, nullptr, &after));
-    auto value = [](FILETIME ft) {
-        return (ULONGLONG(ft.dwHighDateTime) << 32) | ft.dwLowDateTime;
-    };
-    EXPECT_GE(value(after), value(before));
-}
-
-TEST_F(RegistryEnumTest, EnumerationOfTheRootShowsSoftware)
-{
-    std::vector<std::u16string> names = SubKeyNames(HKEY_LOCAL_MACHINE);
-    EXPECT_NE(names.end(), std::find(names.begin(), names.end(), u"Software"));
+    auto info = QueryInfo(Base());
+    ASSERT_EQ(ERROR_SUCCESS, info.status);
+    EXPECT_EQ(2u, info.cSubKeys);
+    EXPECT_EQ(14u, info.cchMaxSubKey);
+    EXPECT_EQ(3u, info.cValues);
+    EXPECT_EQ(16u, info.cchMaxValueName);
+    EXPECT_EQ(100u, info.cbMaxValue);
+    EXPECT_EQ(0u, info.cbSecurity);
+    EXPECT_NE(0u, info.ftLastWrite.dwHighDateTime);
+    EXPECT_GE(info.LastWrite(), before.LastWrite());
 }
 
 } // namespace

@@ -12,7 +12,7 @@ using RegKeyTest = orvtest::registry::RegistryTest;
 
 const WCHAR* const kParams = u"Software\\OrvTest\\Services\\Orvhwsvc\\Parameters";
 
-TEST_F(RegKeyTest, CreateOpenAndCloseOnScopeExit)
+TEST_F(RegKeyTest, CreateOpenCloseAndOwnership)
 {
     {
         CRegKey key;
@@ -28,21 +28,12 @@ TEST_F(RegKeyTest, CreateOpenAndCloseOnScopeExit)
     DWORD value = 0;
     EXPECT_EQ(ERROR_SUCCESS, key.QueryDWORDValue(u"TraceLevel", value));
     EXPECT_EQ(3u, value);
-    EXPECT_EQ(ERROR_SUCCESS, key.Close());
-    EXPECT_EQ(nullptr, key.m_hKey);
-}
-
-TEST_F(RegKeyTest, FailedOpenKeepsTheHeldKey)
-{
-    CRegKey key;
-    ASSERT_EQ(ERROR_SUCCESS, key.Create(HKEY_LOCAL_MACHINE, kParams));
     HKEY hHeld = key;
     EXPECT_WIN32(ERROR_FILE_NOT_FOUND, key.Open(HKEY_LOCAL_MACHINE, u"Software\\Missing"));
-    EXPECT_EQ(hHeld, key.m_hKey);
-}
+    EXPECT_EQ(hHeld, key.m_hKey) << "a failed open keeps the held key";
+    EXPECT_EQ(ERROR_SUCCESS, key.Close());
+    EXPECT_EQ(nullptr, key.m_hKey);
 
-TEST_F(RegKeyTest, MoveTransfersOwnership)
-{
     CRegKey first;
     ASSERT_EQ(ERROR_SUCCESS, first.Create(Base(), u"Moved"));
     CRegKey second(std::move(first));
@@ -55,112 +46,83 @@ TEST_F(RegKeyTest, MoveTransfersOwnership)
     EXPECT_EQ(ERROR_SUCCESS, third.DeleteValue(u"v"));
 }
 
-struct DwordCase
+TEST_F(RegKeyTest, QueryDwordAcceptsOnlyAFourByteDword)
 {
-    const char* label;
-    DWORD dwType;
-    std::vector<BYTE> data;
-    bool fPresent;
-    LONG expected;
-};
-
-void PrintTo(const DwordCase& c, std::ostream* os)
-{
-    *os << c.label;
-}
-
-class RegKeyDwordTest : public orvtest::registry::RegistryTest,
-                        public ::testing::WithParamInterface<DwordCase>
-{};
-
-TEST_P(RegKeyDwordTest, OnlyAFourByteDwordIsAccepted)
-{
-    const DwordCase& c = GetParam();
-    if (c.fPresent) {
-        ASSERT_EQ(ERROR_SUCCESS, SetBytes(Base(), u"N", c.dwType, c.data));
-    }
+    const struct
+    {
+        DWORD dwType;
+        std::vector<BYTE> data;
+        bool fPresent;
+        LONG expected;
+    } cases[] = {
+        {REG_DWORD, DwordBytes(0x01020304), true, ERROR_SUCCESS},
+        {REG_DWORD, {}, false, ERROR_INVALID_DATA},
+        {REG_BINARY, DwordBytes(0x01020304), true, ERROR_INVALID_DATA},
+        {REG_DWORD, {1, 2}, true, ERROR_INVALID_DATA},
+        {REG_DWORD, {1, 2, 3, 4, 5}, true, ERROR_INVALID_DATA},
+        {REG_SZ, StringBytes(u"5"), true, ERROR_INVALID_DATA},
+    };
     CRegKey key;
     ASSERT_EQ(ERROR_SUCCESS, key.Open(Base(), nullptr, KEY_READ));
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        const auto& c = cases[i];
+        SCOPED_TRACE("case " + std::to_string(i));
+        RegDeleteValueW(Base(), u"N");
+        if (c.fPresent) {
+            ASSERT_EQ(ERROR_SUCCESS, SetBytes(Base(), u"N", c.dwType, c.data));
+        }
+        DWORD value = 0xCAFE;
+        EXPECT_WIN32(c.expected, key.QueryDWORDValue(u"N", value));
+        EXPECT_EQ(c.expected == ERROR_SUCCESS ? 0x01020304u : 0xCAFEu, value);
+    }
+    ASSERT_EQ(ERROR_SUCCESS, RegDeleteTreeW(HKEY_LOCAL_MACHINE, u"Software\\OrvTest"));
     DWORD value = 0xCAFE;
-    EXPECT_WIN32(c.expected, key.QueryDWORDValue(u"N", value));
-    if (c.expected == ERROR_SUCCESS) {
-        EXPECT_EQ(0x01020304u, value);
-    } else {
-        EXPECT_EQ(0xCAFEu, value) << "left alone on failure";
-    }
+    EXPECT_WIN32(ERROR_KEY_DELETED, key.QueryDWORDValue(u"N", value)) << "other failures as is";
+    EXPECT_EQ(0xCAFEu, value);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Values, RegKeyDwordTest,
-    ::testing::Values(DwordCase{"Dword", REG_DWORD, DwordBytes(0x01020304), true, ERROR_SUCCESS},
-                      DwordCase{"Missing", REG_DWORD, {}, false, ERROR_INVALID_DATA},
-                      DwordCase{"WrongType", REG_BINARY, DwordBytes(0x01020304), true,
-                                ERROR_INVALID_DATA},
-                      DwordCase{"TooShort", REG_DWORD, {1, 2}, true, ERROR_INVALID_DATA},
-                      DwordCase{"TooLong", REG_DWORD, {1, 2, 3, 4, 5}, true, ERROR_INVALID_DATA},
-                      DwordCase{"String", REG_SZ, StringBytes(u"5"), true, ERROR_INVALID_DATA}),
-    [](const auto& info) { return std::string(info.param.label); });
-
-struct StringCase
+TEST_F(RegKeyTest, QueryStringMustFitAndEndWithItsTerminator)
 {
-    const char* label;
-    DWORD dwType;
-    std::vector<BYTE> data;
-    ULONG cbBuffer;
-    LONG expected;
-    ULONG cbReported; // *pcbBytes afterwards, when the call succeeds or asks for more
-};
-
-void PrintTo(const StringCase& c, std::ostream* os)
-{
-    *os << c.label;
-}
-
-class RegKeyStringTest : public orvtest::registry::RegistryTest,
-                         public ::testing::WithParamInterface<StringCase>
-{};
-
-TEST_P(RegKeyStringTest, StringMustFitAndEndWithItsTerminator)
-{
-    const StringCase& c = GetParam();
-    ASSERT_EQ(ERROR_SUCCESS, SetBytes(Base(), u"S", c.dwType, c.data));
+    const struct
+    {
+        DWORD dwType;
+        std::vector<BYTE> data;
+        ULONG cbBuffer;
+        LONG expected;
+        ULONG cbReported; // *pcbBytes afterwards, when the call succeeds or asks for more
+    } cases[] = {
+        {REG_SZ, StringBytes(u"abc"), 128, ERROR_SUCCESS, 8},
+        {REG_SZ, StringBytes(u"abc"), 8, ERROR_SUCCESS, 8},
+        {REG_EXPAND_SZ, StringBytes(u"%x%"), 128, ERROR_SUCCESS, 8},
+        {REG_MULTI_SZ, StringBytes(std::u16string(u"a\0b\0", 4)), 128, ERROR_SUCCESS, 10},
+        {REG_SZ, StringBytes(u"abc"), 7, ERROR_MORE_DATA, 8},
+        {REG_SZ, StringBytes(u"abc", false), 128, ERROR_INVALID_DATA, 0},
+        {REG_SZ, {'a', 0, 0}, 128, ERROR_INVALID_DATA, 0},
+        {REG_SZ, {}, 128, ERROR_INVALID_DATA, 0},
+        {REG_DWORD, DwordBytes(0), 128, ERROR_INVALID_DATA, 0},
+        {REG_BINARY, std::vector<BYTE>(200), 128, ERROR_INVALID_DATA, 0},
+    };
     CRegKey key;
     ASSERT_EQ(ERROR_SUCCESS, key.Open(Base(), nullptr, KEY_READ));
-    WCHAR buffer[64];
-    std::fill(std::begin(buffer), std::end(buffer), u'#');
-    ULONG cb = c.cbBuffer;
-    EXPECT_WIN32(c.expected, key.QueryStringValue(u"S", buffer, &cb));
-    if (c.expected == ERROR_SUCCESS || c.expected == ERROR_MORE_DATA) {
-        EXPECT_EQ(c.cbReported, cb);
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        const auto& c = cases[i];
+        SCOPED_TRACE("case " + std::to_string(i));
+        ASSERT_EQ(ERROR_SUCCESS, SetBytes(Base(), u"S", c.dwType, c.data));
+        WCHAR buffer[64];
+        std::fill(std::begin(buffer), std::end(buffer), u'#');
+        ULONG cb = c.cbBuffer;
+        EXPECT_WIN32(c.expected, key.QueryStringValue(u"S", buffer, &cb));
+        if (c.expected == ERROR_SUCCESS || c.expected == ERROR_MORE_DATA) {
+            EXPECT_EQ(c.cbReported, cb);
+        }
+        if (c.expected == ERROR_SUCCESS) {
+            EXPECT_EQ(0, std::memcmp(buffer, c.data.data(), c.data.size()));
+        }
+        if (c.expected == ERROR_INVALID_DATA) {
+            EXPECT_EQ(0, buffer[0]) << "no unterminated text is left for a careless caller";
+        }
     }
-    if (c.expected == ERROR_SUCCESS) {
-        EXPECT_EQ(0, std::memcmp(buffer, c.data.data(), c.data.size()));
-    }
-    if (c.expected == ERROR_INVALID_DATA) {
-        EXPECT_EQ(0, buffer[0]) << "no unterminated text is left for a careless caller";
-    }
-}
 
-INSTANTIATE_TEST_SUITE_P(
-    Values, RegKeyStringTest,
-    ::testing::Values(
-        StringCase{"Fits", REG_SZ, StringBytes(u"abc"), 128, ERROR_SUCCESS, 8},
-        StringCase{"FitsExactly", REG_SZ, StringBytes(u"abc"), 8, ERROR_SUCCESS, 8},
-        StringCase{"ExpandSz", REG_EXPAND_SZ, StringBytes(u"%x%"), 128, ERROR_SUCCESS, 8},
-        StringCase{"MultiSz", REG_MULTI_SZ, StringBytes(std::u16string(u"a\0b\0", 4), true), 128,
-                   ERROR_SUCCESS, 10},
-        StringCase{"OneByteShort", REG_SZ, StringBytes(u"abc"), 7, ERROR_MORE_DATA, 8},
-        StringCase{"NoTerminator", REG_SZ, StringBytes(u"abc", false), 128, ERROR_INVALID_DATA, 0},
-        StringCase{"OddLength", REG_SZ, {'a', 0, 0}, 128, ERROR_INVALID_DATA, 0},
-        StringCase{"Empty", REG_SZ, {}, 128, ERROR_INVALID_DATA, 0},
-        StringCase{"WrongType", REG_DWORD, DwordBytes(0), 128, ERROR_INVALID_DATA, 0},
-        StringCase{"WrongTypeTooBig", REG_BINARY, std::vector<BYTE>(200), 128, ERROR_INVALID_DATA,
-                   0}),
-    [](const auto& info) { return std::string(info.param.label); });
-
-TEST_F(RegKeyTest, StringSizeQueryAndMissingValue)
-{
-    CRegKey key;
     ASSERT_EQ(ERROR_SUCCESS, key.Open(Base(), nullptr));
     ASSERT_EQ(ERROR_SUCCESS, key.SetStringValue(u"Path", u"C:\\Orvane"));
     EXPECT_EQ(StringBytes(u"C:\\Orvane"), GetBytes(Base(), u"Path")) << "written with terminator";
@@ -173,43 +135,30 @@ TEST_F(RegKeyTest, StringSizeQueryAndMissingValue)
     EXPECT_WIN32(ERROR_INVALID_PARAMETER, key.QueryStringValue(u"Path", buffer, nullptr));
 }
 
-TEST_F(RegKeyTest, SetStringValueWithExpandType)
+TEST_F(RegKeyTest, WritesDeletesAndNotification)
 {
     CRegKey key;
     ASSERT_EQ(ERROR_SUCCESS, key.Open(Base(), nullptr));
     ASSERT_EQ(ERROR_SUCCESS, key.SetStringValue(u"Dir", u"%TEMP%", REG_EXPAND_SZ));
     DWORD dwType = 0;
-    GetBytes(Base(), u"Dir", &dwType);
+    EXPECT_EQ(StringBytes(u"%TEMP%"), GetBytes(Base(), u"Dir", &dwType));
     EXPECT_EQ(DWORD(REG_EXPAND_SZ), dwType);
-}
+    EXPECT_WIN32(ERROR_INVALID_PARAMETER, key.SetStringValue(u"Dir", nullptr));
 
-TEST_F(RegKeyTest, DeleteSubKeyAndRecurseDeleteKey)
-{
-    CRegKey key;
-    ASSERT_EQ(ERROR_SUCCESS, key.Open(Base(), nullptr));
     CRegKey child;
     ASSERT_EQ(ERROR_SUCCESS, child.Create(key, u"Child\\Grandchild"));
     child.Close();
     EXPECT_WIN32(ERROR_ACCESS_DENIED, key.DeleteSubKey(u"Child"));
     EXPECT_EQ(ERROR_SUCCESS, key.RecurseDeleteKey(u"Child"));
     EXPECT_FALSE(KeyExists(Base(), u"Child"));
-}
 
-TEST_F(RegKeyTest, NotifyChangeKeyValue)
-{
-    CRegKey key;
-    ASSERT_EQ(ERROR_SUCCESS, key.Open(Base(), nullptr));
     HANDLE hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     ASSERT_EQ(ERROR_SUCCESS, key.NotifyChangeKeyValue(TRUE, REG_NOTIFY_CHANGE_LAST_SET, hEvent));
     ASSERT_EQ(ERROR_SUCCESS, key.SetDWORDValue(u"v", 1));
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(hEvent, 0));
     key.Close();
     CloseHandle(hEvent);
-}
 
-TEST_F(RegKeyTest, WritesThroughAReadOnlyKeyAreDenied)
-{
-    CRegKey key;
     ASSERT_EQ(ERROR_SUCCESS, key.Open(Base(), nullptr, KEY_READ));
     EXPECT_WIN32(ERROR_ACCESS_DENIED, key.SetDWORDValue(u"v", 1));
     EXPECT_WIN32(ERROR_ACCESS_DENIED, key.SetStringValue(u"s", u"x"));

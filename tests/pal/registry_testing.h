@@ -11,20 +11,20 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
-#include <poll.h>
 #include <spawn.h>
 #include <string>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 extern char** environ;
 
 namespace orvtest::registry {
 
-// The base key every registry test works under.
+// The base key every registry test works under, and its canonical full path.
 inline constexpr const WCHAR* kTestKey = u"Software\\OrvTest";
-// Its canonical full path, as fault rules see it.
 inline constexpr const WCHAR* kTestKeyPath = u"HKLM\\Software\\OrvTest";
 
 // The bytes of a UTF-16 string, with or without its terminator.
@@ -32,10 +32,8 @@ inline std::vector<BYTE> StringBytes(std::u16string_view text, bool fTerminator 
 {
     std::vector<BYTE> bytes(reinterpret_cast<const BYTE*>(text.data()),
                             reinterpret_cast<const BYTE*>(text.data() + text.size()));
-    if (fTerminator) {
-        bytes.push_back(0);
-        bytes.push_back(0);
-    }
+    if (fTerminator)
+        bytes.insert(bytes.end(), {0, 0});
     return bytes;
 }
 
@@ -67,16 +65,33 @@ public:
     }
     HKEY Get() const { return m_hKey; }
     operator HKEY() const { return m_hKey; }
-    HKEY Release()
-    {
-        HKEY hKey = m_hKey;
-        m_hKey = nullptr;
-        return hKey;
-    }
+    HKEY Release() { return std::exchange(m_hKey, nullptr); }
 
 private:
     HKEY m_hKey = nullptr;
 };
+
+// What RegQueryInfoKeyW reports of a key (all but the class).
+struct KeyInfo
+{
+    LONG status = -1;
+    DWORD cSubKeys = 0, cchMaxSubKey = 0, cValues = 0, cchMaxValueName = 0, cbMaxValue = 0;
+    DWORD cbSecurity = 99;
+    FILETIME ftLastWrite{};
+    ULONGLONG LastWrite() const
+    {
+        return (ULONGLONG(ftLastWrite.dwHighDateTime) << 32) | ftLastWrite.dwLowDateTime;
+    }
+};
+
+inline KeyInfo QueryInfo(HKEY hKey)
+{
+    KeyInfo i;
+    i.status = RegQueryInfoKeyW(hKey, nullptr, nullptr, nullptr, &i.cSubKeys, &i.cchMaxSubKey,
+                                nullptr, &i.cValues, &i.cchMaxValueName, &i.cbMaxValue,
+                                &i.cbSecurity, &i.ftLastWrite);
+    return i;
+}
 
 // Every test starts with HKLM\Software\OrvTest created, writable and notifiable.
 class RegistryTest : public orvtest::PalTest
@@ -85,10 +100,7 @@ protected:
     void SetUp() override
     {
         orvtest::PalTest::SetUp();
-        DWORD dwDisposition = 0;
-        ASSERT_EQ(ERROR_SUCCESS,
-                  RegCreateKeyExW(HKEY_LOCAL_MACHINE, kTestKey, 0, nullptr, 0, KEY_ALL_ACCESS,
-                                  nullptr, m_base.Out(), &dwDisposition));
+        ASSERT_EQ(ERROR_SUCCESS, CreateKey(HKEY_LOCAL_MACHINE, kTestKey, m_base.Out()));
     }
     void TearDown() override
     {
@@ -98,12 +110,22 @@ protected:
 
     HKEY Base() const { return m_base; }
 
+    static LONG CreateKey(HKEY hParent, const WCHAR* path, HKEY* phKey,
+                          DWORD* pdwDisposition = nullptr, DWORD dwOptions = 0,
+                          REGSAM sam = KEY_ALL_ACCESS, WCHAR* pszClass = nullptr)
+    {
+        return RegCreateKeyExW(hParent, path, 0, pszClass, dwOptions, sam, nullptr, phKey,
+                               pdwDisposition);
+    }
+    static LONG OpenKey(HKEY hParent, const WCHAR* path, HKEY* phKey, REGSAM sam = KEY_READ)
+    {
+        return RegOpenKeyExW(hParent, path, 0, sam, phKey);
+    }
     // Creates (or opens) `path` under the base key with every right.
     HKEY Create(const WCHAR* path, HKEY hParent = nullptr)
     {
         HKEY hKey = nullptr;
-        EXPECT_EQ(ERROR_SUCCESS, RegCreateKeyExW(hParent ? hParent : Base(), path, 0, nullptr, 0,
-                                                 KEY_ALL_ACCESS, nullptr, &hKey, nullptr));
+        EXPECT_EQ(ERROR_SUCCESS, CreateKey(hParent ? hParent : Base(), path, &hKey));
         return hKey;
     }
 
@@ -119,6 +141,10 @@ protected:
     {
         return SetBytes(hKey, name, REG_DWORD, DwordBytes(value));
     }
+    static LONG Query(HKEY hKey, const WCHAR* name, DWORD* pcb = nullptr)
+    {
+        return RegQueryValueExW(hKey, name, nullptr, nullptr, nullptr, pcb);
+    }
     // The value's bytes; empty when it cannot be read.
     static std::vector<BYTE> GetBytes(HKEY hKey, const WCHAR* name, DWORD* pdwType = nullptr)
     {
@@ -133,11 +159,8 @@ protected:
     }
     static bool KeyExists(HKEY hParent, const WCHAR* path)
     {
-        HKEY hKey = nullptr;
-        LONG status = RegOpenKeyExW(hParent, path, 0, KEY_READ, &hKey);
-        if (status == ERROR_SUCCESS)
-            RegCloseKey(hKey);
-        return status == ERROR_SUCCESS;
+        ScopedKey key;
+        return OpenKey(hParent, path, key.Out()) == ERROR_SUCCESS;
     }
 
 private:
@@ -153,8 +176,8 @@ struct ProcessResult
     std::string err;
 };
 
-// A child process with its standard output and error on pipes (and optionally a third pipe
-// on its descriptor 3, for reports).
+// A child process whose standard input, output and error are anonymous files (so that it never
+// blocks on them), optionally with a pipe on its descriptor 3 for reports.
 class ChildProcess
 {
 public:
@@ -162,44 +185,32 @@ public:
     ChildProcess(const std::vector<std::string>& argv, const std::vector<std::string>& env,
                  bool fReportPipe = false, const std::string& input = {})
     {
-        int inPipe[2], outPipe[2], errPipe[2], reportPipe[2] = {-1, -1};
-        // Close-on-exec, so that no child keeps another pipe's end open (and its reader waiting).
-        if (pipe2(inPipe, O_CLOEXEC) != 0 || pipe2(outPipe, O_CLOEXEC) != 0 ||
-            pipe2(errPipe, O_CLOEXEC) != 0 || (fReportPipe && pipe2(reportPipe, O_CLOEXEC) != 0))
+        int reportPipe[2] = {-1, -1};
+        for (int& fd : m_files)
+            fd = memfd_create("orvtest-child", MFD_CLOEXEC);
+        if (m_files[0] < 0 || m_files[1] < 0 || m_files[2] < 0 ||
+            write(m_files[0], input.data(), input.size()) != ssize_t(input.size()) ||
+            lseek(m_files[0], 0, SEEK_SET) != 0 ||
+            (fReportPipe && pipe2(reportPipe, O_CLOEXEC) != 0))
             return;
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, inPipe[0], 0);
-        posix_spawn_file_actions_adddup2(&actions, outPipe[1], 1);
-        posix_spawn_file_actions_adddup2(&actions, errPipe[1], 2);
+        for (int i = 0; i < 3; ++i)
+            posix_spawn_file_actions_adddup2(&actions, m_files[i], i);
         if (fReportPipe)
             posix_spawn_file_actions_adddup2(&actions, reportPipe[1], 3);
-        std::vector<char*> args;
+        std::vector<char*> args, envp;
         for (const auto& a : argv)
             args.push_back(const_cast<char*>(a.c_str()));
-        args.push_back(nullptr);
-        std::vector<std::string> envStrings;
         for (char** e = environ; *e; ++e)
-            envStrings.emplace_back(*e);
+            envp.push_back(*e);
         for (const auto& e : env)
-            envStrings.push_back(e);
-        std::vector<char*> envp;
-        for (auto& e : envStrings)
-            envp.push_back(e.data());
+            envp.push_back(const_cast<char*>(e.c_str()));
+        args.push_back(nullptr);
         envp.push_back(nullptr);
         if (posix_spawn(&m_pid, args[0], &actions, nullptr, args.data(), envp.data()) != 0)
             m_pid = -1;
         posix_spawn_file_actions_destroy(&actions);
-        close(inPipe[0]);
-        // Small enough for the pipe's buffer: written at once, then end of file.
-        if (!input.empty())
-            m_fInputWritten =
-                write(inPipe[1], input.data(), input.size()) == static_cast<ssize_t>(input.size());
-        close(inPipe[1]);
-        close(outPipe[1]);
-        close(errPipe[1]);
-        m_out = outPipe[0];
-        m_err = errPipe[0];
         if (fReportPipe) {
             close(reportPipe[1]);
             m_report = reportPipe[0];
@@ -210,10 +221,10 @@ public:
     ~ChildProcess()
     {
         if (m_pid > 0 && !m_fReaped) {
-            kill(m_pid, SIGKILL);
+            Kill();
             Wait();
         }
-        for (int fd : {m_out, m_err, m_report})
+        for (int fd : {m_files[0], m_files[1], m_files[2], m_report})
             if (fd >= 0)
                 close(fd);
     }
@@ -224,61 +235,34 @@ public:
 
     void Kill() { kill(m_pid, SIGKILL); }
 
-    // Collects the output until the process ends.
+    // Waits for the process to end and returns its exit code and output.
     ProcessResult Wait()
     {
-        ProcessResult result;
-        DrainOutput();
         int status = 0;
+        if (!Started())
+            return {};
         while (waitpid(m_pid, &status, 0) < 0 && errno == EINTR) {
         }
         m_fReaped = true;
-        result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        result.out = m_outText;
-        result.err = m_errText;
-        return result;
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadAll(m_files[1]),
+                ReadAll(m_files[2])};
     }
 
 private:
-    // Reads both pipes until they close, so a child writing much to either never blocks.
-    void DrainOutput()
+    static std::string ReadAll(int fd)
     {
-        pollfd fds[2] = {{m_out, POLLIN, 0}, {m_err, POLLIN, 0}};
-        std::string* texts[2] = {&m_outText, &m_errText};
-        int open = 2;
-        if (m_fDrained)
-            return;
-        while (open > 0) {
-            if (::poll(fds, 2, -1) < 0) {
-                if (errno == EINTR)
-                    continue;
-                break;
-            }
-            for (int i = 0; i < 2; ++i) {
-                if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR)))
-                    continue;
-                char buffer[4096];
-                ssize_t n = read(fds[i].fd, buffer, sizeof(buffer));
-                if (n > 0) {
-                    texts[i]->append(buffer, static_cast<size_t>(n));
-                } else {
-                    fds[i].fd = -1;
-                    --open;
-                }
-            }
-        }
-        m_fDrained = true;
+        std::string text;
+        char buffer[4096];
+        ssize_t n;
+        for (off_t at = 0; (n = pread(fd, buffer, sizeof(buffer), at)) > 0; at += n)
+            text.append(buffer, static_cast<size_t>(n));
+        return text;
     }
 
     pid_t m_pid = -1;
-    int m_out = -1;
-    int m_err = -1;
+    int m_files[3] = {-1, -1, -1};
     int m_report = -1;
     bool m_fReaped = false;
-    bool m_fInputWritten = true;
-    bool m_fDrained = false;
-    std::string m_outText;
-    std::string m_errText;
 };
 
 inline ProcessResult RunProcess(const std::vector<std::string>& argv,
@@ -286,9 +270,7 @@ inline ProcessResult RunProcess(const std::vector<std::string>& argv,
                                 const std::string& input = {})
 {
     ChildProcess child(argv, env, false, input);
-    if (!child.Started())
-        return ProcessResult{};
-    return child.Wait();
+    return child.Started() ? child.Wait() : ProcessResult{};
 }
 
 // The orvsim tool built with these tests.

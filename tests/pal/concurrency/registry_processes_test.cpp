@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstdlib>
 #include <optional>
+#include <poll.h>
 #include <random>
 #include <set>
 #include <string>
@@ -18,6 +19,7 @@ namespace {
 
 using orvtest::registry::ChildProcess;
 using orvtest::registry::ScopedKey;
+using Clock = std::chrono::steady_clock;
 
 constexpr const WCHAR* kDurableKey = u"Software\\OrvTest\\Durable";
 constexpr int kNames = 8;
@@ -39,17 +41,21 @@ std::u16string NameOf(ULONGLONG n)
     return u"v" + orvtest::Wide(std::to_string(n % kNames));
 }
 
-std::string SelfPath()
+std::vector<std::string> ChildArgs(const char* test)
 {
     char path[PATH_MAX];
     ssize_t n = readlink("/proc/self/exe", path, sizeof(path) - 1);
-    return n > 0 ? std::string(path, static_cast<size_t>(n)) : std::string();
+    return {n > 0 ? std::string(path, static_cast<size_t>(n)) : std::string(),
+            std::string("--gtest_filter=RegistryChild.") + test, "--gtest_also_run_disabled_tests"};
 }
 
-std::vector<std::string> ChildArgs(const char* test)
+// The child's environment value `name`, after pointing this process at the parent's machine.
+const char* ChildEnv(const char* name)
 {
-    return {SelfPath(), std::string("--gtest_filter=RegistryChild.") + test,
-            "--gtest_also_run_disabled_tests"};
+    const char* root = std::getenv("ORV_REG_CHILD_ROOT");
+    if (root)
+        setenv("ORVSIM_ROOT", root, 1);
+    return root ? std::getenv(name) : nullptr;
 }
 
 // ---- The children (disabled: they run only when started by the tests below) ----
@@ -58,11 +64,9 @@ std::vector<std::string> ChildArgs(const char* test)
 // reporting each n on descriptor 3 once its RegSetValueExW has returned.
 TEST(RegistryChild, DISABLED_WriterLoop)
 {
-    const char* root = std::getenv("ORV_REG_CHILD_ROOT");
-    const char* start = std::getenv("ORV_REG_CHILD_START");
-    if (!root || !start)
+    const char* start = ChildEnv("ORV_REG_CHILD_START");
+    if (!start)
         GTEST_SKIP() << "runs only as a child of SigkillLeavesEveryCompletedWrite";
-    setenv("ORVSIM_ROOT", root, 1);
     HKEY hKey = nullptr;
     if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, kDurableKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
                         &hKey, nullptr) != ERROR_SUCCESS)
@@ -81,18 +85,15 @@ TEST(RegistryChild, DISABLED_WriterLoop)
 // Writes $ORV_REG_CHILD_COUNT DWORD values named $ORV_REG_CHILD_PREFIX<i> under one key.
 TEST(RegistryChild, DISABLED_DistinctWriter)
 {
-    const char* root = std::getenv("ORV_REG_CHILD_ROOT");
-    const char* prefix = std::getenv("ORV_REG_CHILD_PREFIX");
+    const char* prefix = ChildEnv("ORV_REG_CHILD_PREFIX");
     const char* count = std::getenv("ORV_REG_CHILD_COUNT");
-    if (!root || !prefix || !count)
+    if (!prefix || !count)
         GTEST_SKIP() << "runs only as a child of TwoProcessesWritingUnderOneKey";
-    setenv("ORVSIM_ROOT", root, 1);
     HKEY hKey = nullptr;
     ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(HKEY_LOCAL_MACHINE, u"Software\\OrvTest\\Shared", 0,
                                              nullptr, 0, KEY_ALL_ACCESS, nullptr, &hKey, nullptr));
-    DWORD n = static_cast<DWORD>(std::strtoul(count, nullptr, 10));
-    for (DWORD i = 0; i < n; ++i) {
-        std::u16string name = orvtest::Wide(prefix) + orvtest::Wide(std::to_string(i));
+    for (DWORD i = 0, n = static_cast<DWORD>(std::strtoul(count, nullptr, 10)); i < n; ++i) {
+        std::u16string name = orvtest::Wide(prefix + std::to_string(i));
         ASSERT_EQ(ERROR_SUCCESS, RegSetValueExW(hKey, name.c_str(), 0, REG_DWORD,
                                                 reinterpret_cast<const BYTE*>(&i), sizeof(i)));
     }
@@ -120,34 +121,29 @@ std::string IntegrityCheck(const std::filesystem::path& db)
 
 // Reads the report lines on `fd` until `deadline` (or end of file when none), or until there
 // are `enough` of them.
-void ReadReports(int fd, std::optional<std::chrono::steady_clock::time_point> deadline,
-                 std::string* pending, std::vector<ULONGLONG>* reports, size_t enough = SIZE_MAX)
+void ReadReports(int fd, std::optional<Clock::time_point> deadline, std::string* pending,
+                 std::vector<ULONGLONG>* reports, size_t enough = SIZE_MAX)
 {
     while (reports->size() < enough) {
-        int timeoutMs = -1;
-        if (deadline) {
-            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                *deadline - std::chrono::steady_clock::now());
-            if (left.count() <= 0)
-                return;
-            timeoutMs = static_cast<int>(left.count());
-        }
+        auto left =
+            deadline
+                ? std::chrono::duration_cast<std::chrono::milliseconds>(*deadline - Clock::now())
+                      .count()
+                : -1;
+        if (deadline && left <= 0)
+            return;
         pollfd pfd{fd, POLLIN, 0};
-        int ready = poll(&pfd, 1, timeoutMs);
+        int ready = poll(&pfd, 1, static_cast<int>(left));
         if (ready < 0 && errno == EINTR)
             continue;
-        if (ready <= 0)
-            return;
         char buffer[4096];
-        ssize_t n = read(fd, buffer, sizeof(buffer));
+        ssize_t n = ready > 0 ? read(fd, buffer, sizeof(buffer)) : 0;
         if (n <= 0)
             return;
         pending->append(buffer, static_cast<size_t>(n));
-        size_t newline;
-        while ((newline = pending->find('\n')) != std::string::npos) {
+        for (size_t newline; (newline = pending->find('\n')) != std::string::npos;
+             pending->erase(0, newline + 1))
             reports->push_back(std::stoull(pending->substr(0, newline)));
-            pending->erase(0, newline + 1);
-        }
     }
 }
 
@@ -162,23 +158,22 @@ TEST_F(RegistryProcessesTest, SigkillLeavesEveryCompletedWriteInPlace)
     // when its writer died (it may or may not have committed).
     std::array<std::optional<ULONGLONG>, kNames> reported;
     std::array<std::set<ULONGLONG>, kNames> inFlight;
-    ULONGLONG next = 1;
-    ULONGLONG totalReports = 0;
-    const std::string root = Root().string();
+    ULONGLONG next = 1, totalReports = 0;
 
     for (int round = 0; round < 6; ++round) {
-        ChildProcess child(
-            ChildArgs("DISABLED_WriterLoop"),
-            {"ORV_REG_CHILD_ROOT=" + root, "ORV_REG_CHILD_START=" + std::to_string(next)}, true);
+        SCOPED_TRACE("round " + std::to_string(round));
+        ChildProcess child(ChildArgs("DISABLED_WriterLoop"),
+                           {"ORV_REG_CHILD_ROOT=" + Root().string(),
+                            "ORV_REG_CHILD_START=" + std::to_string(next)},
+                           true);
         ASSERT_TRUE(child.Started());
         std::string pending;
         std::vector<ULONGLONG> reports;
         // Kill at a random moment once the child writes, bounded if it never does.
-        ReadReports(child.ReportFd(), std::chrono::steady_clock::now() + std::chrono::seconds(10),
-                    &pending, &reports, 1);
-        auto killAt =
-            std::chrono::steady_clock::now() + std::chrono::milliseconds(killAfterMs(rng));
-        ReadReports(child.ReportFd(), killAt, &pending, &reports);
+        ReadReports(child.ReportFd(), Clock::now() + std::chrono::seconds(10), &pending, &reports,
+                    1);
+        ReadReports(child.ReportFd(), Clock::now() + std::chrono::milliseconds(killAfterMs(rng)),
+                    &pending, &reports);
         child.Kill();
         ReadReports(child.ReportFd(), std::nullopt, &pending, &reports);
         auto result = child.Wait();
@@ -191,49 +186,41 @@ TEST_F(RegistryProcessesTest, SigkillLeavesEveryCompletedWriteInPlace)
         ULONGLONG last = reports.empty() ? next - 1 : reports.back();
         inFlight[(last + 1) % kNames].insert(last + 1);
         totalReports += reports.size();
-        // The next writer starts past the one that may have been in flight.
-        next = last + 2;
+        next = last + 2; // past the one that may have been in flight
 
         ScopedKey key;
-        ASSERT_EQ(ERROR_SUCCESS,
-                  RegOpenKeyExW(HKEY_LOCAL_MACHINE, kDurableKey, 0, KEY_READ, key.Out()))
-            << "round " << round;
+        ASSERT_EQ(ERROR_SUCCESS, OpenKey(HKEY_LOCAL_MACHINE, kDurableKey, key.Out()));
         for (int i = 0; i < kNames; ++i) {
             std::u16string name = NameOf(ULONGLONG(i));
-            DWORD cb = 0;
-            LONG status = RegQueryValueExW(key, name.c_str(), nullptr, nullptr, nullptr, &cb);
-            if (status == ERROR_FILE_NOT_FOUND) {
+            if (Query(key, name.c_str()) == ERROR_FILE_NOT_FOUND) {
                 EXPECT_FALSE(reported[i]) << "value " << i << " lost its completed write";
                 continue;
             }
             std::vector<BYTE> data = GetBytes(key, name.c_str());
-            ASSERT_EQ(kPayloadBytes, data.size()) << "round " << round << ", value " << i;
+            ASSERT_EQ(kPayloadBytes, data.size()) << "value " << i;
             ULONGLONG n = 0;
             std::memcpy(&n, data.data(), sizeof(n));
             EXPECT_EQ(Payload(n), data) << "value " << i << " is torn";
-            bool fAllowed = (reported[i] && *reported[i] == n) || inFlight[i].count(n) != 0;
-            EXPECT_TRUE(fAllowed) << "round " << round << ": value " << i << " holds write " << n
-                                  << ", last completed "
-                                  << (reported[i] ? std::to_string(*reported[i]) : "none");
+            EXPECT_TRUE((reported[i] && *reported[i] == n) || inFlight[i].count(n) != 0)
+                << "value " << i << " holds write " << n << ", last completed "
+                << (reported[i] ? std::to_string(*reported[i]) : "none");
         }
     }
     EXPECT_GT(totalReports, 0u) << "no write ever completed";
     RecordProperty("completed_writes", std::to_string(totalReports));
     EXPECT_EQ("ok", IntegrityCheck(Root() / "registry.db"));
-    // The registry goes on working after all that.
     ScopedKey key(Create(u"After"));
-    EXPECT_EQ(ERROR_SUCCESS, SetDword(key, u"v", 1));
+    EXPECT_EQ(ERROR_SUCCESS, SetDword(key, u"v", 1)) << "the registry goes on working";
 }
 
 TEST_F(RegistryProcessesTest, TwoProcessesWritingUnderOneKeyLoseNothing)
 {
     constexpr DWORD kCount = 200;
-    const std::string root = Root().string();
     std::vector<std::unique_ptr<ChildProcess>> children;
     for (const char* prefix : {"a", "b"})
         children.push_back(std::make_unique<ChildProcess>(
             ChildArgs("DISABLED_DistinctWriter"),
-            std::vector<std::string>{"ORV_REG_CHILD_ROOT=" + root,
+            std::vector<std::string>{"ORV_REG_CHILD_ROOT=" + Root().string(),
                                      std::string("ORV_REG_CHILD_PREFIX=") + prefix,
                                      "ORV_REG_CHILD_COUNT=" + std::to_string(kCount)}));
     for (auto& child : children) {
@@ -241,18 +228,12 @@ TEST_F(RegistryProcessesTest, TwoProcessesWritingUnderOneKeyLoseNothing)
         ASSERT_EQ(0, result.exitCode) << result.out << result.err;
     }
     ScopedKey key;
-    ASSERT_EQ(ERROR_SUCCESS, RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"Software\\OrvTest\\Shared", 0,
-                                           KEY_READ, key.Out()));
-    DWORD cValues = 0;
-    ASSERT_EQ(ERROR_SUCCESS,
-              RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &cValues,
-                               nullptr, nullptr, nullptr, nullptr));
-    EXPECT_EQ(2 * kCount, cValues);
-    for (const char16_t* prefix : {u"a", u"b"})
+    ASSERT_EQ(ERROR_SUCCESS, OpenKey(HKEY_LOCAL_MACHINE, u"Software\\OrvTest\\Shared", key.Out()));
+    EXPECT_EQ(2 * kCount, orvtest::registry::QueryInfo(key).cValues);
+    for (const char* prefix : {"a", "b"})
         for (DWORD i = 0; i < kCount; ++i) {
-            std::u16string name = prefix + orvtest::Wide(std::to_string(i));
-            EXPECT_EQ(orvtest::registry::DwordBytes(i), GetBytes(key, name.c_str()))
-                << orvtest::Narrow(name);
+            std::u16string name = orvtest::Wide(prefix + std::to_string(i));
+            EXPECT_EQ(orvtest::registry::DwordBytes(i), GetBytes(key, name.c_str())) << prefix << i;
         }
     EXPECT_EQ("ok", IntegrityCheck(Root() / "registry.db"));
 }

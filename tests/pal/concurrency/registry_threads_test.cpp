@@ -4,29 +4,34 @@
 #include "tests/pal/registry_testing.h"
 
 #include <atomic>
-#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace {
 
-using orvtest::registry::DwordBytes;
+using orvtest::registry::kTestKey;
 using orvtest::registry::ScopedKey;
 using RegistryThreadsTest = orvtest::registry::RegistryTest;
 
 constexpr DWORD kGenerous = 5000;
 
-// Waits (bounded) until `n` notifications are armed in this process.
-bool WaitUntilArmed(size_t n)
+// Arms a watch for value changes in the subtree of the test key on a handle of its own, then
+// calls `wait` with the event and closes both.
+template <class Wait>
+void WatchTestKey(Wait wait)
 {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (pal::detail::registry::ArmedNotificationCount() < n) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        std::this_thread::yield();
-    }
-    return true;
+    HANDLE hEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    HKEY hKey = nullptr;
+    RegOpenKeyExW(HKEY_LOCAL_MACHINE, kTestKey, 0, KEY_NOTIFY, &hKey);
+    wait(hKey, hEvent);
+    RegCloseKey(hKey);
+    CloseHandle(hEvent);
+}
+
+LONG Arm(HKEY hKey, HANDLE hEvent)
+{
+    return RegNotifyChangeKeyValue(hKey, TRUE, REG_NOTIFY_CHANGE_LAST_SET, hEvent, TRUE);
 }
 
 TEST_F(RegistryThreadsTest, ChangeOnOneThreadWakesAWatcherOnAnother)
@@ -34,14 +39,11 @@ TEST_F(RegistryThreadsTest, ChangeOnOneThreadWakesAWatcherOnAnother)
     HANDLE hArmed = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     std::atomic<DWORD> dwWait{WAIT_FAILED};
     std::thread watcher([&] {
-        HANDLE hEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-        HKEY hKey = nullptr;
-        RegOpenKeyExW(HKEY_LOCAL_MACHINE, orvtest::registry::kTestKey, 0, KEY_NOTIFY, &hKey);
-        RegNotifyChangeKeyValue(hKey, TRUE, REG_NOTIFY_CHANGE_LAST_SET, hEvent, TRUE);
-        SetEvent(hArmed);
-        dwWait = WaitForSingleObject(hEvent, kGenerous);
-        RegCloseKey(hKey);
-        CloseHandle(hEvent);
+        WatchTestKey([&](HKEY hKey, HANDLE hEvent) {
+            Arm(hKey, hEvent);
+            SetEvent(hArmed);
+            dwWait = WaitForSingleObject(hEvent, kGenerous);
+        });
     });
     ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(hArmed, kGenerous));
     ScopedKey child(Create(u"FromMain"));
@@ -58,7 +60,8 @@ TEST_F(RegistryThreadsTest, SynchronousNotificationReturnsOnTheChange)
     std::thread watcher([&] {
         status = RegNotifyChangeKeyValue(Base(), FALSE, REG_NOTIFY_CHANGE_LAST_SET, nullptr, FALSE);
     });
-    ASSERT_TRUE(WaitUntilArmed(1));
+    ASSERT_TRUE(
+        orvtest::WaitUntil([] { return pal::detail::registry::ArmedNotificationCount() == 1; }));
     EXPECT_EQ(-1, status.load()) << "still blocked";
     ASSERT_EQ(ERROR_SUCCESS, SetDword(Base(), u"v", 1));
     watcher.join();
@@ -69,35 +72,26 @@ TEST_F(RegistryThreadsTest, ConcurrentWritersUnderOneKeyLoseNothing)
 {
     constexpr int kThreads = 4;
     constexpr DWORD kValues = 50;
+    auto name = [](int t, DWORD i) {
+        return orvtest::Wide("t" + std::to_string(t) + "_" + std::to_string(i));
+    };
     std::vector<std::thread> writers;
     for (int t = 0; t < kThreads; ++t)
-        writers.emplace_back([t] {
+        writers.emplace_back([t, name] {
             HKEY hKey = nullptr;
-            RegCreateKeyExW(HKEY_LOCAL_MACHINE, u"Software\\OrvTest\\Shared", 0, nullptr, 0,
-                            KEY_ALL_ACCESS, nullptr, &hKey, nullptr);
-            for (DWORD i = 0; i < kValues; ++i) {
-                std::u16string name = u"t" + orvtest::Wide(std::to_string(t)) + u"_" +
-                                      orvtest::Wide(std::to_string(i));
-                DWORD value = i * 10 + DWORD(t);
-                RegSetValueExW(hKey, name.c_str(), 0, REG_DWORD,
-                               reinterpret_cast<const BYTE*>(&value), sizeof(value));
-            }
+            CreateKey(HKEY_LOCAL_MACHINE, u"Software\\OrvTest\\Shared", &hKey);
+            for (DWORD i = 0; i < kValues; ++i)
+                SetDword(hKey, name(t, i).c_str(), i * 10 + DWORD(t));
             RegCloseKey(hKey);
         });
     for (auto& w : writers)
         w.join();
     ScopedKey shared(Create(u"Shared"));
-    DWORD cValues = 0;
-    ASSERT_EQ(ERROR_SUCCESS,
-              RegQueryInfoKeyW(shared, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                               &cValues, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_EQ(DWORD(kThreads) * kValues, cValues);
+    EXPECT_EQ(DWORD(kThreads) * kValues, orvtest::registry::QueryInfo(shared).cValues);
     for (int t = 0; t < kThreads; ++t)
-        for (DWORD i = 0; i < kValues; ++i) {
-            std::u16string name =
-                u"t" + orvtest::Wide(std::to_string(t)) + u"_" + orvtest::Wide(std::to_string(i));
-            EXPECT_EQ(DwordBytes(i * 10 + DWORD(t)), GetBytes(shared, name.c_str()));
-        }
+        for (DWORD i = 0; i < kValues; ++i)
+            EXPECT_EQ(orvtest::registry::DwordBytes(i * 10 + DWORD(t)),
+                      GetBytes(shared, name(t, i).c_str()));
 }
 
 TEST_F(RegistryThreadsTest, WatchersRearmingWhileWritersWrite)
@@ -109,24 +103,19 @@ TEST_F(RegistryThreadsTest, WatchersRearmingWhileWritersWrite)
     std::vector<std::thread> watchers;
     for (int w = 0; w < kWatchers; ++w)
         watchers.emplace_back([&] {
-            HANDLE hEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-            HKEY hKey = nullptr;
-            RegOpenKeyExW(HKEY_LOCAL_MACHINE, orvtest::registry::kTestKey, 0, KEY_NOTIFY, &hKey);
-            for (int r = 0; r < kRounds; ++r) {
-                RegNotifyChangeKeyValue(hKey, TRUE, REG_NOTIFY_CHANGE_LAST_SET, hEvent, TRUE);
-                if (WaitForSingleObject(hEvent, kGenerous) == WAIT_OBJECT_0)
-                    ++cSignals;
-            }
-            RegCloseKey(hKey);
-            CloseHandle(hEvent);
+            WatchTestKey([&](HKEY hKey, HANDLE hEvent) {
+                for (int r = 0; r < kRounds; ++r) {
+                    Arm(hKey, hEvent);
+                    if (WaitForSingleObject(hEvent, kGenerous) == WAIT_OBJECT_0)
+                        ++cSignals;
+                }
+            });
         });
     std::thread writer([&] {
         HKEY hKey = nullptr;
-        RegCreateKeyExW(HKEY_LOCAL_MACHINE, u"Software\\OrvTest\\Busy", 0, nullptr, 0,
-                        KEY_ALL_ACCESS, nullptr, &hKey, nullptr);
+        CreateKey(HKEY_LOCAL_MACHINE, u"Software\\OrvTest\\Busy", &hKey);
         for (DWORD i = 0; !fStop; ++i) {
-            RegSetValueExW(hKey, u"counter", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&i),
-                           sizeof(i));
+            SetDword(hKey, u"counter", i);
             std::this_thread::yield();
         }
         RegCloseKey(hKey);
