@@ -12,6 +12,7 @@
 
 namespace {
 
+using orvtest::AnsiBytes;
 using orvtest::CLunBuilder;
 using orvtest::CLunRecord;
 using orvtest::TakeTraceText;
@@ -24,18 +25,12 @@ protected:
         PalTest::SetUp();
         TraceInit(TRACE_LEVEL_INFO, nullptr, nullptr, 0);
     }
-
-    // A record as VSS gives it: two interconnects of its own, with port and address bytes.
-    static CLunBuilder VssRecord()
-    {
-        return CLunBuilder::OrvaneLun().AddInterconnect(VDS_IA_FCPH, orvtest::AnsiBytes("p2"),
-                                                        orvtest::AnsiBytes("a2"));
-    }
 };
 
-std::string Bytes(const BYTE* pb, ULONG cb)
+// A record as VSS gives it: two interconnects of its own, with port and address bytes.
+CLunBuilder VssRecord()
 {
-    return std::string(reinterpret_cast<const char*>(pb), cb);
+    return CLunBuilder::OrvaneLun().AddInterconnect(VDS_IA_FCPH, AnsiBytes("p2"), AnsiBytes("a2"));
 }
 
 void ExpectProviderInterconnect(VDS_LUN_INFORMATION& lun, const std::string& path1,
@@ -45,10 +40,15 @@ void ExpectProviderInterconnect(VDS_LUN_INFORMATION& lun, const std::string& pat
     ASSERT_NE(nullptr, lun.m_rgInterconnects);
     const VDS_INTERCONNECT& ic = lun.m_rgInterconnects[0];
     EXPECT_EQ(VDS_IA_SCSI, ic.m_addressType);
-    EXPECT_EQ(path1.size() + 1, ic.m_cbAddress);
-    EXPECT_EQ(orvtest::AnsiBytes(path1), Bytes(ic.m_pbAddress, ic.m_cbAddress));
-    EXPECT_EQ(path2.size() + 1, ic.m_cbPort);
-    EXPECT_EQ(orvtest::AnsiBytes(path2), Bytes(ic.m_pbPort, ic.m_cbPort));
+    EXPECT_EQ(AnsiBytes(path1),
+              std::string(reinterpret_cast<char*>(ic.m_pbAddress), ic.m_cbAddress));
+    EXPECT_EQ(AnsiBytes(path2), std::string(reinterpret_cast<char*>(ic.m_pbPort), ic.m_cbPort));
+}
+
+void ExpectNoInterconnect(VDS_LUN_INFORMATION& lun)
+{
+    EXPECT_EQ(0u, lun.m_cInterconnects);
+    EXPECT_EQ(nullptr, lun.m_rgInterconnects);
 }
 
 TEST_F(InterconnectTest, ReplacesEveryInterconnectWithTheProvidersOne)
@@ -61,32 +61,23 @@ TEST_F(InterconnectTest, ReplacesEveryInterconnectWithTheProvidersOne)
     ExpectProviderInterconnect(*lun, "/v1/lun1-clone", "f1:/v1/lun1:snap:1");
     EXPECT_EQ(15u, lun->m_rgInterconnects[0].m_cbAddress) << "fourteen characters and the NUL";
     EXPECT_EQ("", TakeTraceText());
-}
 
-TEST_F(InterconnectTest, WorksOnARecordWithoutInterconnectsAndWithEmptyPaths)
-{
-    CLunRecord lun{CLunBuilder()};
-    ASSERT_TRUE(lun.Built());
-    EXPECT_HR(S_OK, SetLunInterconnect(*lun, W(""), W("")));
-    ExpectProviderInterconnect(*lun, "", "");
-    EXPECT_HR(S_OK, SetLunInterconnect(*lun, W("/vol/v/lun"), W("filer:/vol/v/src:s")));
-    ExpectProviderInterconnect(*lun, "/vol/v/lun", "filer:/vol/v/src:s");
+    CLunRecord bare{CLunBuilder()};
+    ASSERT_TRUE(bare.Built());
+    EXPECT_HR(S_OK, SetLunInterconnect(*bare, W(""), W("")));
+    ExpectProviderInterconnect(*bare, "", "");
+    EXPECT_HR(S_OK, SetLunInterconnect(*bare, W("/vol/v/lun"), W("filer:/vol/v/src:s")));
+    ExpectProviderInterconnect(*bare, "/vol/v/lun", "filer:/vol/v/src:s");
 }
 
 TEST_F(InterconnectTest, AMissingPathIsOutOfMemoryAndLeavesNoInterconnect)
 {
-    struct Case
-    {
-        LPCWSTR pszPath1;
-        LPCWSTR pszPath2;
-    };
-    const Case cases[] = {{nullptr, W("f:/l:s")}, {W("/l"), nullptr}, {nullptr, nullptr}};
-    for (const Case& c : cases) {
+    const LPCWSTR cases[][2] = {{nullptr, W("f:/l:s")}, {W("/l"), nullptr}, {nullptr, nullptr}};
+    for (const auto& c : cases) {
         CLunRecord lun(VssRecord());
         ASSERT_TRUE(lun.Built());
-        EXPECT_HR(E_OUTOFMEMORY, SetLunInterconnect(*lun, c.pszPath1, c.pszPath2));
-        EXPECT_EQ(0u, lun->m_cInterconnects);
-        EXPECT_EQ(nullptr, lun->m_rgInterconnects);
+        EXPECT_HR(E_OUTOFMEMORY, SetLunInterconnect(*lun, c[0], c[1]));
+        ExpectNoInterconnect(*lun);
     }
 }
 
@@ -102,52 +93,39 @@ TEST_F(InterconnectTest, AllocationFailureSweepLeavesNoInterconnectAndNoLeak)
         ULONG cAllocations = pal::TaskAllocations();
         pal::FailTaskAllocAt(0);
         EXPECT_EQ(3u, cAllocations) << "both conversions and the list are always attempted";
-        if (SUCCEEDED(hr)) {
-            EXPECT_HR(S_OK, hr);
+        if (hr == S_OK) {
             ExpectProviderInterconnect(*lun, "/v1/lun1-clone", "f1:/v1/lun1:snap");
             break;
         }
         EXPECT_HR(E_OUTOFMEMORY, hr) << "n=" << n;
-        EXPECT_EQ(0u, lun->m_cInterconnects) << "n=" << n;
-        EXPECT_EQ(nullptr, lun->m_rgInterconnects) << "n=" << n;
-        // The rest of the record is untouched.
-        EXPECT_STREQ("ORVANE", lun->m_szVendorId);
+        ExpectNoInterconnect(*lun);
+        EXPECT_STREQ("ORVANE", lun->m_szVendorId) << "the rest of the record is untouched";
     }
     EXPECT_EQ(4u, n) << "three allocations can fail";
 }
 
 TEST_F(InterconnectTest, FixKeepsEveryBusTypeButISCSIWhichBecomesSCSI)
 {
-    struct Case
-    {
-        VDS_STORAGE_BUS_TYPE busType;
-        VDS_STORAGE_BUS_TYPE expected;
-    };
-    const Case cases[] = {
+    const VDS_STORAGE_BUS_TYPE cases[][2] = {
         {VDSBusTypeiScsi, VDSBusTypeScsi}, {VDSBusTypeFibre, VDSBusTypeFibre},
         {VDSBusTypeScsi, VDSBusTypeScsi},  {VDSBusTypeUnknown, VDSBusTypeUnknown},
         {VDSBusTypeSas, VDSBusTypeSas},    {VDSBusTypeVirtual, VDSBusTypeVirtual},
     };
-    for (const Case& c : cases) {
-        CLunRecord lun(VssRecord().BusType(c.busType));
+    for (const auto& c : cases) {
+        CLunRecord lun(VssRecord().BusType(c[0]));
         ASSERT_TRUE(lun.Built());
         EXPECT_HR(S_OK, FixInterconnectAddress(*lun, W("/v1/lun1-clone"), W("f1:/v1/lun1:s")));
-        EXPECT_EQ(c.expected, lun->m_BusType) << c.busType;
+        EXPECT_EQ(c[1], lun->m_BusType) << c[0];
         EXPECT_TRUE(IsEqualGUID(GUID_NULL, lun->m_diskSignature));
         ExpectProviderInterconnect(*lun, "/v1/lun1-clone", "f1:/v1/lun1:s");
         EXPECT_STREQ("C4nB1JQzK9aX", lun->m_szSerialNumber) << "the identity stays";
+        EXPECT_EQ("Fixing interconnect address\n", TakeTraceText());
     }
-}
-
-TEST_F(InterconnectTest, FixTracesAtLevelThreeOnly)
-{
     CLunRecord lun(VssRecord());
     ASSERT_TRUE(lun.Built());
-    EXPECT_HR(S_OK, FixInterconnectAddress(*lun, W("/a"), W("f:/b:c")));
-    EXPECT_EQ("Fixing interconnect address\n", TakeTraceText());
     TraceSetLevel(TRACE_LEVEL_WARNING);
     EXPECT_HR(S_OK, FixInterconnectAddress(*lun, W("/a"), W("f:/b:c")));
-    EXPECT_EQ("", TakeTraceText());
+    EXPECT_EQ("", TakeTraceText()) << "traced at level 3 only";
 }
 
 TEST_F(InterconnectTest, FixPassesOnTheFailureAfterRewritingTheRest)
@@ -158,8 +136,7 @@ TEST_F(InterconnectTest, FixPassesOnTheFailureAfterRewritingTheRest)
     EXPECT_HR(E_OUTOFMEMORY, FixInterconnectAddress(*lun, W("/a"), W("f:/b:c")));
     EXPECT_EQ(VDSBusTypeScsi, lun->m_BusType);
     EXPECT_TRUE(IsEqualGUID(GUID_NULL, lun->m_diskSignature));
-    EXPECT_EQ(0u, lun->m_cInterconnects);
-    EXPECT_EQ(nullptr, lun->m_rgInterconnects);
+    ExpectNoInterconnect(*lun);
 }
 
 } // namespace

@@ -91,23 +91,19 @@ const char kFullRecordBody[] = "    Version=1\n"
                                "    Interconnect-Type[2]=2\n"
                                "    Interconnect-Address[2]=/v1/lun1-clone\n";
 
-TEST_F(LunDumpTest, FullRecordWithLabelAtLevelsThreeAndFour)
+TEST_F(LunDumpTest, FullRecordAtLevelsThreeAndFourWithOrWithoutLabelNothingBelow)
 {
     CLunRecord lun(FullRecord());
     ASSERT_TRUE(lun.Built());
-    for (DWORD dwLevel : {TRACE_LEVEL_INFO, TRACE_LEVEL_VERBOSE}) {
+    for (DWORD dwLevel : {0u, 1u, 2u, 3u, 4u}) {
         TraceSetLevel(dwLevel);
         DumpLunInformation(*lun, W("Source"));
-        EXPECT_EQ("LUN Information [" + Address(&*lun) + "] (Source):\n" + kFullRecordBody,
+        EXPECT_EQ(dwLevel < 3
+                      ? ""
+                      : "LUN Information [" + Address(&*lun) + "] (Source):\n" + kFullRecordBody,
                   TakeTraceText())
             << "level " << dwLevel;
     }
-}
-
-TEST_F(LunDumpTest, WithoutLabelTheHeaderHasNone)
-{
-    CLunRecord lun(FullRecord());
-    ASSERT_TRUE(lun.Built());
     DumpLunInformation(*lun);
     EXPECT_EQ("LUN Information [" + Address(&*lun) + "]:\n" + kFullRecordBody, TakeTraceText());
 }
@@ -131,17 +127,6 @@ TEST_F(LunDumpTest, AnEmptyRecordPrintsMissingStringsAsEmpty)
                   "    SerialNumber=\n"
                   "    Device-Identifer-Version=0\n",
               TakeTraceText());
-}
-
-TEST_F(LunDumpTest, NothingBelowLevelThree)
-{
-    CLunRecord lun(FullRecord());
-    ASSERT_TRUE(lun.Built());
-    for (DWORD dwLevel : {0u, 1u, 2u}) {
-        TraceSetLevel(dwLevel);
-        DumpLunInformation(*lun, W("Source"));
-        EXPECT_EQ("", TakeTraceText()) << "level " << dwLevel;
-    }
 }
 
 TEST_F(LunDumpTest, BodyIsOneStepDeeperThanTheHeaderInsideAScope)

@@ -8,6 +8,7 @@
 #include "tests/support/tracetext.h"
 
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -44,6 +45,10 @@ struct Parts
     {
         return pszFiler == Sentinel(1) && pszLunPath == Sentinel(2) && pszSnapshot == Sentinel(3);
     }
+    std::vector<std::string> Texts() const
+    {
+        return {Narrow(pszFiler), Narrow(pszLunPath), Narrow(pszSnapshot)};
+    }
     void Free()
     {
         CoTaskMemFree(pszFiler);
@@ -54,50 +59,40 @@ struct Parts
 
 TEST_F(CrackLunPath2Test, SplitsAtTheFirstTwoSeparators)
 {
-    struct Case
+    const struct
     {
-        LPCWSTR pszPath2;
-        const char* pszFiler;
-        const char* pszLunPath;
-        const char* pszSnapshot;
+        std::u16string path2;
+        std::vector<std::string> parts;
+    } cases[] = {
+        {u"f1:/v1/lun1:snap:1", {"f1", "/v1/lun1", "snap:1"}},
+        {u"::", {"", "", ""}},
+        {u"f1:/vol/vol1/lun1:orvsnap_{0a1b}", {"f1", "/vol/vol1/lun1", "orvsnap_{0a1b}"}},
+        {u"f1:/v1/lun1:", {"f1", "/v1/lun1", ""}},
+        {u":/v1/lun1:s", {"", "/v1/lun1", "s"}},
+        {u"f1::s", {"f1", "", "s"}},
+        {u"a:b:c:d:e", {"a", "b", "c:d:e"}},
+        {u":::", {"", "", ":"}},
     };
-    const Case cases[] = {
-        {W("f1:/v1/lun1:snap:1"), "f1", "/v1/lun1", "snap:1"},
-        {W("::"), "", "", ""},
-        {W("f1:/vol/vol1/lun1:orvsnap_{0a1b}"), "f1", "/vol/vol1/lun1", "orvsnap_{0a1b}"},
-        {W("f1:/v1/lun1:"), "f1", "/v1/lun1", ""},
-        {W(":/v1/lun1:s"), "", "/v1/lun1", "s"},
-        {W("f1::s"), "f1", "", "s"},
-        {W("a:b:c:d:e"), "a", "b", "c:d:e"},
-        {W(":::"), "", "", ":"},
-    };
-    for (const Case& c : cases) {
-        std::u16string input = c.pszPath2;
+    for (const auto& c : cases) {
+        std::u16string input = c.path2;
         Parts parts;
-        ASSERT_HR(S_OK, parts.Crack(input.c_str())) << Narrow(c.pszPath2);
-        EXPECT_EQ(c.pszFiler, Narrow(parts.pszFiler));
-        EXPECT_EQ(c.pszLunPath, Narrow(parts.pszLunPath));
-        EXPECT_EQ(c.pszSnapshot, Narrow(parts.pszSnapshot));
-        EXPECT_EQ(std::u16string(c.pszPath2), input) << "the input is not changed";
+        ASSERT_HR(S_OK, parts.Crack(input.c_str())) << Narrow(c.path2);
+        EXPECT_EQ(c.parts, parts.Texts());
+        EXPECT_EQ(c.path2, input) << "the input is not changed";
         parts.Free();
     }
 }
 
-TEST_F(CrackLunPath2Test, MalformedInputIsInvalidArgAndLeavesTheOutputsAlone)
+TEST_F(CrackLunPath2Test, BadArgumentsLeaveTheOutputsAloneAndAllocateNothing)
 {
-    const LPCWSTR cases[] = {nullptr, W(""), W("f1"), W("f1:/v1/lun1"), W(":"), W("f1:")};
-    for (LPCWSTR pszPath2 : cases) {
+    pal::FailTaskAllocAt(1000);
+    for (LPCWSTR pszPath2 :
+         {LPCWSTR(nullptr), W(""), W("f1"), W("f1:/v1/lun1"), W(":"), W("f1:")}) {
         Parts parts;
-        pal::FailTaskAllocAt(1000);
         EXPECT_HR(E_INVALIDARG, parts.Crack(pszPath2))
             << (pszPath2 ? Narrow(pszPath2) : std::string("NULL"));
         EXPECT_TRUE(parts.Untouched());
-        EXPECT_EQ(0u, pal::TaskAllocations()) << "nothing is allocated for a malformed Path2";
     }
-}
-
-TEST_F(CrackLunPath2Test, MissingOutParameterIsEPointer)
-{
     LPWSTR psz1 = nullptr;
     LPWSTR psz2 = nullptr;
     EXPECT_HR(E_POINTER, CrackLunPath2(W("a:b:c"), nullptr, &psz1, &psz2));
@@ -105,6 +100,7 @@ TEST_F(CrackLunPath2Test, MissingOutParameterIsEPointer)
     EXPECT_HR(E_POINTER, CrackLunPath2(W("a:b:c"), &psz1, &psz2, nullptr));
     EXPECT_EQ(nullptr, psz1);
     EXPECT_EQ(nullptr, psz2);
+    EXPECT_EQ(0u, pal::TaskAllocations());
 }
 
 TEST_F(CrackLunPath2Test, AllocationFailureSweepGivesOutOfMemoryAndNoPartialResult)
@@ -116,10 +112,8 @@ TEST_F(CrackLunPath2Test, AllocationFailureSweepGivesOutOfMemoryAndNoPartialResu
         pal::FailTaskAllocAt(n);
         HRESULT hr = parts.Crack(W("f1:/v1/lun1:snap:1"));
         pal::FailTaskAllocAt(0);
-        if (SUCCEEDED(hr)) {
-            EXPECT_EQ("f1", Narrow(parts.pszFiler));
-            EXPECT_EQ("/v1/lun1", Narrow(parts.pszLunPath));
-            EXPECT_EQ("snap:1", Narrow(parts.pszSnapshot));
+        if (hr == S_OK) {
+            EXPECT_EQ((std::vector<std::string>{"f1", "/v1/lun1", "snap:1"}), parts.Texts());
             parts.Free();
             break;
         }

@@ -5,100 +5,70 @@
 #include "provider/strings.h"
 #include "tests/support/paltest.h"
 
-#include <cstring>
 #include <string>
 
 namespace {
 
-using orvtest::Narrow;
 using StringsTest = orvtest::PalTest;
 
 // Takes ownership of a task-allocated result and returns its text.
-std::u16string TakeWide(LPWSTR psz)
+template <class Char>
+std::basic_string<Char> Take(Char* psz)
 {
-    std::u16string text = psz;
+    EXPECT_NE(nullptr, psz);
+    std::basic_string<Char> text = psz ? psz : std::basic_string<Char>();
     CoTaskMemFree(psz);
     return text;
 }
 
-std::string TakeNarrow(LPSTR psz)
+TEST_F(StringsTest, ConversionsAndCopiesGiveNewBlocks)
 {
-    std::string text = psz;
-    CoTaskMemFree(psz);
-    return text;
-}
-
-TEST_F(StringsTest, AnsiToUnicodeConvertsTheSystemCodePage)
-{
-    struct Case
+    const struct
     {
         const char* pszAnsi;
-        std::u16string expected;
-    };
-    const Case cases[] = {
+        std::u16string wide;
+    } cases[] = {
         {"ORVANE", u"ORVANE"},
         {"", u""},
-        {"/vol/vol1/lun1", u"/vol/vol1/lun1"},
+        {"/vol/vol1/lun1-clone", u"/vol/vol1/lun1-clone"},
         {"Caf\xc3\xa9", u"Caf\u00e9"},
     };
-    for (const Case& c : cases) {
-        pal::FailTaskAllocAt(0);
-        LPWSTR psz = AnsiToUnicode(c.pszAnsi);
-        ASSERT_NE(nullptr, psz) << c.pszAnsi;
-        EXPECT_EQ(c.expected, TakeWide(psz));
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.wide, Take(AnsiToUnicode(c.pszAnsi)));
+        EXPECT_EQ(c.pszAnsi, Take(UnicodeToAnsi(c.wide.c_str())));
+        LPWSTR pszCopy = DuplicateString(c.wide.c_str());
+        EXPECT_NE(c.wide.c_str(), pszCopy);
+        EXPECT_EQ(c.wide, Take(pszCopy));
     }
-}
-
-TEST_F(StringsTest, AnsiToUnicodeOfNullIsAnEmptyStringNotNull)
-{
-    LPWSTR psz = AnsiToUnicode(nullptr);
-    ASSERT_NE(nullptr, psz);
-    EXPECT_EQ(u"", TakeWide(psz));
-}
-
-TEST_F(StringsTest, UnicodeToAnsiConvertsAndRejectsNull)
-{
-    EXPECT_EQ("/vol/vol1/lun1-clone", TakeNarrow(UnicodeToAnsi(W("/vol/vol1/lun1-clone"))));
-    EXPECT_EQ("", TakeNarrow(UnicodeToAnsi(W(""))));
-    EXPECT_EQ("Caf\xc3\xa9", TakeNarrow(UnicodeToAnsi(W("Caf\u00e9"))));
+    EXPECT_EQ(u"", Take(AnsiToUnicode(nullptr))) << "null converts to the empty string";
+    EXPECT_EQ(u"", Take(DuplicateString(nullptr))) << "null copies as the empty string";
     pal::FailTaskAllocAt(1);
     EXPECT_EQ(nullptr, UnicodeToAnsi(nullptr));
     EXPECT_EQ(0u, pal::TaskAllocations()) << "a null input fails before allocating";
 }
 
-TEST_F(StringsTest, DuplicateStringCopiesIntoANewBlock)
-{
-    const WCHAR szSource[] = W("f1:/v1/lun1:snap");
-    LPWSTR psz = DuplicateString(szSource);
-    ASSERT_NE(nullptr, psz);
-    EXPECT_NE(szSource, psz);
-    EXPECT_EQ(u"f1:/v1/lun1:snap", TakeWide(psz));
-    EXPECT_EQ(u"", TakeWide(DuplicateString(nullptr)));
-    EXPECT_EQ(u"", TakeWide(DuplicateString(W(""))));
-}
-
 TEST_F(StringsTest, EachOperationAllocatesOneBlockAndFailsToNullWhenItCannot)
 {
-    struct Case
+    const struct
     {
         const char* pszName;
         void* (*pfnOperation)();
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"AnsiToUnicode", [] { return static_cast<void*>(AnsiToUnicode("ORVANE")); }},
         {"AnsiToUnicode(NULL)", [] { return static_cast<void*>(AnsiToUnicode(nullptr)); }},
         {"UnicodeToAnsi", [] { return static_cast<void*>(UnicodeToAnsi(W("ORVANE"))); }},
         {"DuplicateString", [] { return static_cast<void*>(DuplicateString(W("ORVANE"))); }},
         {"DuplicateString(NULL)", [] { return static_cast<void*>(DuplicateString(nullptr)); }},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.pszName);
         pal::FailTaskAllocAt(1);
-        EXPECT_EQ(nullptr, c.pfnOperation()) << c.pszName;
-        EXPECT_EQ(1u, pal::TaskAllocations()) << c.pszName;
+        EXPECT_EQ(nullptr, c.pfnOperation());
+        EXPECT_EQ(1u, pal::TaskAllocations());
         pal::FailTaskAllocAt(2);
         void* pv = c.pfnOperation();
-        EXPECT_NE(nullptr, pv) << c.pszName;
-        EXPECT_EQ(1u, pal::TaskAllocations()) << c.pszName;
+        EXPECT_NE(nullptr, pv);
+        EXPECT_EQ(1u, pal::TaskAllocations());
         CoTaskMemFree(pv);
     }
 }
