@@ -12,60 +12,52 @@ namespace {
 
 using orvtest::FieldText;
 using LCPairTest = orvtest::PalTest;
+using Texts = std::vector<std::string>;
 
-std::vector<std::string> Texts(const CLCPair& pair)
+Texts TextsOf(const CLCPair& pair)
 {
-    return {FieldText(pair.Filer()), FieldText(pair.LunPath()), FieldText(pair.Clone()),
-            FieldText(pair.Device())};
+    return orvtest::FieldTexts({pair.Filer(), pair.LunPath(), pair.Clone(), pair.Device()});
 }
 
-TEST_F(LCPairTest, ANewPairHoldsNoBlock)
+TEST_F(LCPairTest, SetCopiesPresentStringsIntoAFreshBlock)
 {
     CLCPair pair;
     EXPECT_EQ(nullptr, pair.Pair());
-    EXPECT_EQ(std::vector<std::string>(4, "<null>"), Texts(pair));
+    EXPECT_EQ(Texts(4, "<null>"), TextsOf(pair));
     EXPECT_EQ(0, pair.SnapshotAttr());
-}
 
-TEST_F(LCPairTest, SetCopiesPresentStringsAndTheAttribute)
-{
-    CLCPair pair;
     const WCHAR szFiler[] = W("f1");
     ASSERT_TRUE(pair.Set(szFiler, W("/vol/vol1/lun1"), nullptr, W("\\\\?\\Volume{1}"),
                          SNAPSHOT_ATTR_AUTO_RECOVERY));
     ASSERT_NE(nullptr, pair.Pair());
-    EXPECT_EQ((std::vector<std::string>{"f1", "/vol/vol1/lun1", "<null>", "\\\\?\\Volume{1}"}),
-              Texts(pair));
+    EXPECT_EQ((Texts{"f1", "/vol/vol1/lun1", "<null>", "\\\\?\\Volume{1}"}), TextsOf(pair));
     EXPECT_NE(szFiler, pair.Filer());
     EXPECT_EQ(SNAPSHOT_ATTR_AUTO_RECOVERY, pair.Pair()->eSnapshotAttr);
     EXPECT_EQ(pair.Pair()->Filer, pair.Filer());
     // A second Set releases the first block (AddressSanitizer checks) and starts afresh.
     ASSERT_TRUE(pair.Set(nullptr, W("/v/l2"), W("/v/l2-clone"), nullptr, SNAPSHOT_ATTR_NONE));
-    EXPECT_EQ((std::vector<std::string>{"<null>", "/v/l2", "/v/l2-clone", "<null>"}), Texts(pair));
+    EXPECT_EQ((Texts{"<null>", "/v/l2", "/v/l2-clone", "<null>"}), TextsOf(pair));
     EXPECT_EQ(SNAPSHOT_ATTR_NONE, pair.SnapshotAttr());
 }
 
 TEST_F(LCPairTest, SetSweepLeavesNoBlockOnFailure)
 {
-    ULONG n = 1;
-    for (;; ++n) {
-        ASSERT_LT(n, 20u);
+    ULONG n = orvtest::SweepTaskAllocations([](ULONG n) {
         CLCPair pair;
-        ASSERT_TRUE(pair.Set(W("old"), W("old"), W("old"), W("old"), 1));
+        EXPECT_TRUE(pair.Set(W("old"), W("old"), W("old"), W("old"), 1));
         pal::FailTaskAllocAt(n);
-        BOOL fOk = pair.Set(W("f1"), W("/v/l"), W("/v/l-c"), W("dev"), SNAPSHOT_ATTR_TXF_RECOVERY);
-        pal::FailTaskAllocAt(0);
-        if (fOk) {
-            EXPECT_EQ((std::vector<std::string>{"f1", "/v/l", "/v/l-c", "dev"}), Texts(pair));
-            EXPECT_EQ(SNAPSHOT_ATTR_TXF_RECOVERY, pair.SnapshotAttr());
-            break;
+        if (!pair.Set(W("f1"), W("/v/l"), W("/v/l-c"), W("dev"), SNAPSHOT_ATTR_TXF_RECOVERY)) {
+            EXPECT_EQ(nullptr, pair.Pair()) << "n=" << n;
+            return false;
         }
-        EXPECT_EQ(nullptr, pair.Pair()) << "n=" << n;
-    }
+        EXPECT_EQ((Texts{"f1", "/v/l", "/v/l-c", "dev"}), TextsOf(pair));
+        EXPECT_EQ(SNAPSHOT_ATTR_TXF_RECOVERY, pair.SnapshotAttr());
+        return true;
+    });
     EXPECT_EQ(6u, n) << "the block and four strings";
 }
 
-TEST_F(LCPairTest, SetCloneKeepsAnEqualCloneAndReplacesAnother)
+TEST_F(LCPairTest, SetCloneKeepsAnEqualCloneReplacesAnotherAndFailsWithoutChange)
 {
     CLCPair pair;
     ASSERT_TRUE(pair.Set(W("f1"), W("/v/l"), W("/v/l-clone"), W("dev"), 1));
@@ -74,30 +66,17 @@ TEST_F(LCPairTest, SetCloneKeepsAnEqualCloneAndReplacesAnother)
     ASSERT_TRUE(pair.SetClone(W("/v/l-clone")));
     EXPECT_EQ(0u, pal::TaskAllocations()) << "an equal clone is not copied again";
     EXPECT_EQ(pszBefore, pair.Clone()) << "the same string object stays";
+    EXPECT_FALSE(pair.SetClone(W("/v/other")));
+    EXPECT_EQ((Texts{"f1", "/v/l", "/v/l-clone", "dev"}), TextsOf(pair)) << "as it was";
     pal::FailTaskAllocAt(0);
     ASSERT_TRUE(pair.SetClone(W("/v/l-clone2")));
-    EXPECT_EQ("/v/l-clone2", FieldText(pair.Clone()));
-    EXPECT_EQ((std::vector<std::string>{"f1", "/v/l", "/v/l-clone2", "dev"}), Texts(pair));
-}
+    EXPECT_EQ((Texts{"f1", "/v/l", "/v/l-clone2", "dev"}), TextsOf(pair));
 
-TEST_F(LCPairTest, SetCloneOfAnAbsentCloneOrANullArgument)
-{
-    CLCPair pair;
     ASSERT_TRUE(pair.Set(W("f1"), W("/v/l"), nullptr, W("dev"), 1));
     ASSERT_TRUE(pair.SetClone(W("/v/l-c")));
-    EXPECT_EQ("/v/l-c", FieldText(pair.Clone()));
+    EXPECT_EQ("/v/l-c", FieldText(pair.Clone())) << "an absent clone is set";
     ASSERT_TRUE(pair.SetClone(nullptr));
     EXPECT_EQ("", FieldText(pair.Clone())) << "a null clone is duplicated as the empty string";
-}
-
-TEST_F(LCPairTest, AFailedSetCloneKeepsThePairAsItWas)
-{
-    CLCPair pair;
-    ASSERT_TRUE(pair.Set(W("f1"), W("/v/l"), W("/v/l-c"), W("dev"), 1));
-    pal::FailTaskAllocAt(1);
-    EXPECT_FALSE(pair.SetClone(W("/v/other")));
-    pal::FailTaskAllocAt(0);
-    EXPECT_EQ((std::vector<std::string>{"f1", "/v/l", "/v/l-c", "dev"}), Texts(pair));
 }
 
 TEST_F(LCPairTest, SetCloneOnAPairWithoutBlockMakesOne)
@@ -111,16 +90,15 @@ TEST_F(LCPairTest, SetCloneOnAPairWithoutBlockMakesOne)
     pal::FailTaskAllocAt(0);
     CLCPair pair;
     ASSERT_TRUE(pair.SetClone(W("/v/l-c")));
-    EXPECT_EQ((std::vector<std::string>{"<null>", "<null>", "/v/l-c", "<null>"}), Texts(pair));
+    EXPECT_EQ((Texts{"<null>", "<null>", "/v/l-c", "<null>"}), TextsOf(pair));
 }
 
 TEST_F(LCPairTest, PairRecordsHaveTheServiceLayout)
 {
     EXPECT_EQ(40u, sizeof(LC_PAIR));
     EXPECT_EQ(16u, sizeof(LC_PAIR_ARRAY));
-    LC_PAIR_ARRAY array = {2, nullptr};
     LC_PAIR pairs[2] = {};
-    array.Pairs = pairs;
+    LC_PAIR_ARRAY array = {2, pairs};
     EXPECT_EQ(reinterpret_cast<BYTE*>(&pairs[1]), reinterpret_cast<BYTE*>(array.Pairs) + 40)
         << "pairs are contiguous";
 }

@@ -47,7 +47,7 @@ TEST_F(LinkedListTest, EmptyThenInOrderWithTheLinksFirst)
     EXPECT_EQ(static_cast<void*>(lst.Current()), static_cast<void*>(&lst.Current()->m_pNext));
 }
 
-TEST_F(LinkedListTest, RemoveCurrentOnTheFirstRecordMovesTheCursorToTheHead)
+TEST_F(LinkedListTest, RemoveCurrentOnTheFirstRecordOrOnTheHead)
 {
     CLinkedList<CRecord> lst;
     Fill(lst, 3);
@@ -57,25 +57,19 @@ TEST_F(LinkedListTest, RemoveCurrentOnTheFirstRecordMovesTheCursorToTheHead)
     EXPECT_EQ(1, pRemoved->m_n);
     EXPECT_EQ(nullptr, pRemoved->m_pNext);
     EXPECT_EQ(nullptr, pRemoved->m_pPrev);
+    delete pRemoved;
     EXPECT_EQ(2u, lst.GetCount());
-    EXPECT_FALSE(lst.HasCurrent());
+    EXPECT_FALSE(lst.HasCurrent()) << "the cursor moves to the head";
     lst.MoveNext();
     ASSERT_TRUE(lst.HasCurrent());
     EXPECT_EQ(2, lst.Current()->m_n) << "MoveNext lands on the record that was second";
-    delete pRemoved;
-}
 
-TEST_F(LinkedListTest, RemoveCurrentOnTheHeadChangesNothing)
-{
-    CLinkedList<CRecord> lst;
-    Fill(lst, 2);
-    lst.MoveFirst();
     lst.MoveNext();
     lst.MoveNext();
     ASSERT_FALSE(lst.HasCurrent());
-    EXPECT_EQ(nullptr, lst.RemoveCurrent());
+    EXPECT_EQ(nullptr, lst.RemoveCurrent()) << "the head is not removed";
     EXPECT_EQ(2u, lst.GetCount());
-    EXPECT_EQ((std::vector<int>{1, 2}), Walk(lst));
+    EXPECT_EQ((std::vector<int>{2, 3}), Walk(lst));
 }
 
 TEST_F(LinkedListTest, RemovingDuringAWalkKeepsTheWalkGoing)

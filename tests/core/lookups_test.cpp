@@ -12,25 +12,23 @@ using orvtest::FieldText;
 using orvtest::TaskString;
 using LookupsTest = orvtest::PalTest;
 
-CSnapshotEntry* NewEntry(LPCWSTR pszVendor, LPCWSTR pszProduct, LPCWSTR pszRevision,
-                         LPCWSTR pszSerial, LPCWSTR pszPath, LONG eSnapshotAttr)
+// An entry for a source LUN of vendor "ORVANE", product "LUN" and revision "0.2".
+CSnapshotEntry* NewEntry(LPCWSTR pszSerial, LPCWSTR pszPath, LONG eSnapshotAttr)
 {
     CSnapshotEntry* pEntry = new CSnapshotEntry;
-    pEntry->SetSourceLunInfo(pszVendor, pszProduct, pszRevision, pszSerial, pszPath, W("E:\\"));
+    pEntry->SetSourceLunInfo(W("ORVANE"), W("LUN"), W("0.2"), pszSerial, pszPath, W("E:\\"));
     pEntry->SetSnapshotAttr(eSnapshotAttr);
     return pEntry;
 }
 
-CTargetLunInfo* NewTarget(const char* pszVendor, const char* pszProduct, const char* pszRevision,
-                          const char* pszSerial)
+// A target record of an ORVANE LUN, product "LUN" and revision "0.2" unless given.
+CTargetLunInfo* NewTarget(const char* pszSerial, const char* pszProduct = "LUN",
+                          const char* pszRevision = "0.2")
 {
     CTargetLunInfo* pTarget = new CTargetLunInfo;
-    if (pszVendor)
-        pTarget->SetVendorId(TaskString(pszVendor));
-    if (pszProduct)
-        pTarget->SetProductId(TaskString(pszProduct));
-    if (pszRevision)
-        pTarget->SetProductRevision(TaskString(pszRevision));
+    pTarget->SetVendorId(TaskString("ORVANE"));
+    pTarget->SetProductId(TaskString(pszProduct));
+    pTarget->SetProductRevision(TaskString(pszRevision));
     if (pszSerial)
         pTarget->SetSerialNo(TaskString(pszSerial));
     return pTarget;
@@ -45,14 +43,13 @@ CLCPair* NewPair(LPCWSTR pszLunPath)
 
 TEST_F(LookupsTest, ComparisonRules)
 {
-    struct Case
+    const struct Case
     {
         LPCWSTR pszGiven;
         LPCWSTR pszStored;
         BOOL fExact;
         BOOL fPrefix;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {W("ABC"), W("ABCD1234"), FALSE, TRUE},  {W("ABCD1234"), W("ABCD1234"), TRUE, TRUE},
         {W("ABCD1234"), W("ABC"), FALSE, FALSE}, {W("abc"), W("ABCD1234"), FALSE, FALSE},
         {W(""), W("ABCD1234"), FALSE, TRUE},     {W(""), nullptr, FALSE, TRUE},
@@ -66,15 +63,14 @@ TEST_F(LookupsTest, ComparisonRules)
     }
 }
 
-TEST_F(LookupsTest, SerialNumberIdentityComparesTwelveCodeUnits)
+TEST_F(LookupsTest, SerialNumberIdentityComparesTwelveCodeUnitsNeverPastTheTerminator)
 {
-    struct Case
+    const struct Case
     {
         LPCWSTR pszGiven;
         LPCWSTR pszStored;
         BOOL fSame;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {W("C4nB1JQzK9aX"), W("C4nB1JQzK9aX"), TRUE},
         {W("C4nB1JQzK9aXyy"), W("C4nB1JQzK9aXzz"), TRUE},
         {W("C4nB1JQzK9aX"), W("C4nB1JQzK9aY"), FALSE},
@@ -90,11 +86,8 @@ TEST_F(LookupsTest, SerialNumberIdentityComparesTwelveCodeUnits)
     for (const Case& c : cases)
         EXPECT_EQ(c.fSame, IsSameSerialNoIdentity(c.pszGiven, c.pszStored))
             << FieldText(c.pszGiven) << " / " << FieldText(c.pszStored);
-}
 
-TEST_F(LookupsTest, ShortSerialNumbersAreNotReadPastTheirTerminator)
-{
-    // Exactly sized heap blocks: AddressSanitizer reports any read beyond them.
+    // Short ones in exactly sized heap blocks: AddressSanitizer reports any read beyond them.
     WCHAR* pszGiven = new WCHAR[4]{u'A', u'B', u'C', 0};
     WCHAR* pszStored = new WCHAR[4]{u'A', u'B', u'C', 0};
     WCHAR* pszOther = new WCHAR[2]{u'A', 0};
@@ -109,9 +102,9 @@ TEST_F(LookupsTest, ShortSerialNumbersAreNotReadPastTheirTerminator)
 TEST_F(LookupsTest, SnapshotBySourceLunNeedsAllFourExactlyAndTakesTheFirst)
 {
     CLinkedList<CSnapshotEntry> lst;
-    lst.AddTail(NewEntry(W("ORVANE"), W("LUN"), W("0.2"), W("S1"), W("/v/a"), 0));
-    lst.AddTail(NewEntry(W("ORVANE"), W("LUN"), W("0.2"), W("S2"), W("/v/b"), 0));
-    lst.AddTail(NewEntry(W("ORVANE"), W("LUN"), W("0.2"), W("S2"), W("/v/c"), 0));
+    lst.AddTail(NewEntry(W("S1"), W("/v/a"), 0));
+    lst.AddTail(NewEntry(W("S2"), W("/v/b"), 0));
+    lst.AddTail(NewEntry(W("S2"), W("/v/c"), 0));
     CSnapshotEntry* pFound =
         FindSnapshotEntryBySourceLun(lst, W("ORVANE"), W("LUN"), W("0.2"), W("S2"));
     ASSERT_NE(nullptr, pFound);
@@ -134,10 +127,10 @@ TEST_F(LookupsTest, SnapshotBySourceLunNeedsAllFourExactlyAndTakesTheFirst)
 TEST_F(LookupsTest, BackupSourceEntryPassesOverEntriesWithoutRecovery)
 {
     CLinkedList<CSnapshotEntry> lst;
-    lst.AddTail(NewEntry(W("ORVANE"), W("LUN"), W("0.2"), W("S1"), W("/v/a"), 0));
-    lst.AddTail(NewEntry(W("ORVANE"), W("LUN"), W("0.2"), W("S2"), W("/v/a"), -1));
-    lst.AddTail(NewEntry(W("ORVANE"), W("LUN"), W("0.2"), W("S3"), W("/v/a"), 2));
-    lst.AddTail(NewEntry(W("ORVANE"), W("LUN"), W("0.2"), W("S4"), W("/v/a"), 1));
+    lst.AddTail(NewEntry(W("S1"), W("/v/a"), 0));
+    lst.AddTail(NewEntry(W("S2"), W("/v/a"), -1));
+    lst.AddTail(NewEntry(W("S3"), W("/v/a"), 2));
+    lst.AddTail(NewEntry(W("S4"), W("/v/a"), 1));
     CSnapshotEntry* pFound = FindBackupSourceEntry(lst, W("ORVANE"), W("LUN"), W("0.2"), W("/v/a"));
     ASSERT_NE(nullptr, pFound);
     EXPECT_EQ("S3", FieldText(pFound->SourceSerialNo())) << "serial number is not compared";
@@ -161,10 +154,8 @@ TEST_F(LookupsTest, PairByLunPathIsExact)
 TEST_F(LookupsTest, TargetBySerialNoIsAPrefixLookupAndFeedsRemoveCurrent)
 {
     CLinkedList<CTargetLunInfo> lst;
-    lst.AddTail(NewTarget("ORVANE", "LUN", "0.2", nullptr));
-    lst.AddTail(NewTarget("ORVANE", "LUN", "0.2", "XYZ00001"));
-    lst.AddTail(NewTarget("ORVANE", "LUN", "0.2", "ABCD1234"));
-    lst.AddTail(NewTarget("ORVANE", "LUN", "0.2", "ABCE0000"));
+    for (const char* pszSerial : {(const char*)nullptr, "XYZ00001", "ABCD1234", "ABCE0000"})
+        lst.AddTail(NewTarget(pszSerial));
     CTargetLunInfo* pFound = FindTargetLunBySerialNo(lst, W("ABC"));
     ASSERT_NE(nullptr, pFound);
     EXPECT_EQ("ABCD1234", FieldText(pFound->SerialNo()));
@@ -189,7 +180,7 @@ TEST_F(LookupsTest, TargetBySerialNoIsAPrefixLookupAndFeedsRemoveCurrent)
 TEST_F(LookupsTest, TargetByIdentityUsesPrefixesAndTwelveSerialUnits)
 {
     CLinkedList<CTargetLunInfo> lst;
-    lst.AddTail(NewTarget("ORVANE", "LUN C-Mode", "0.2a", "C4nB1JQzK9aX-extra"));
+    lst.AddTail(NewTarget("C4nB1JQzK9aX-extra", "LUN C-Mode", "0.2a"));
     struct Case
     {
         LPCWSTR pszProduct;

@@ -10,25 +10,22 @@
 
 namespace {
 
-using orvtest::FieldText;
 using orvtest::NewFullTarget;
 using orvtest::StringFields;
 using orvtest::TaskString;
 using TargetLunInfoTest = orvtest::PalTest;
+using Texts = std::vector<std::string>;
 
-std::vector<std::string> Texts(const CTargetLunInfo& target)
+Texts TextsOf(const CTargetLunInfo& target)
 {
-    std::vector<std::string> texts;
-    for (LPCWSTR psz : StringFields(target))
-        texts.push_back(FieldText(psz));
-    return texts;
+    return orvtest::FieldTexts(StringFields(target));
 }
 
 TEST_F(TargetLunInfoTest, ANewRecordIsEmptyAndSettersTakeTheStringsThemselves)
 {
     std::unique_ptr<CTargetLunInfo> pTarget(new (std::nothrow) CTargetLunInfo);
     ASSERT_NE(nullptr, pTarget);
-    EXPECT_EQ(std::vector<std::string>(10, "<null>"), Texts(*pTarget));
+    EXPECT_EQ(Texts(10, "<null>"), TextsOf(*pTarget));
     LPWSTR pszSerial = TaskString("C4nB1JQzK9aX");
     LPWSTR pszFiler = TaskString("f1");
     LPWSTR pszSource = TaskString("/vol/vol1/lun1");
@@ -39,15 +36,14 @@ TEST_F(TargetLunInfoTest, ANewRecordIsEmptyAndSettersTakeTheStringsThemselves)
     EXPECT_EQ(pszSource, pTarget->SourceLunPath());
 }
 
-TEST_F(TargetLunInfoTest, CopyFromCopiesEveryField)
+TEST_F(TargetLunInfoTest, CopyFromCopiesEveryPresentField)
 {
     std::unique_ptr<CTargetLunInfo> pSource(NewFullTarget("s-"));
     CTargetLunInfo copy;
     ASSERT_TRUE(copy.CopyFrom(*pSource));
-    EXPECT_EQ(
-        (std::vector<std::string>{"s-vendor", "s-product", "s-revision", "s-serial", "s-path1",
-                                  "s-path2", "s-device", "s-snapshot", "s-filer", "s-source"}),
-        Texts(copy));
+    EXPECT_EQ((Texts{"s-vendor", "s-product", "s-revision", "s-serial", "s-path1", "s-path2",
+                     "s-device", "s-snapshot", "s-filer", "s-source"}),
+              TextsOf(copy));
     std::vector<LPCWSTR> sourceFields = StringFields(*pSource);
     std::vector<LPCWSTR> copyFields = StringFields(copy);
     for (size_t i = 0; i < sourceFields.size(); ++i)
@@ -55,36 +51,27 @@ TEST_F(TargetLunInfoTest, CopyFromCopiesEveryField)
     EXPECT_EQ(nullptr, copy.m_pNext);
     ASSERT_TRUE(copy.CopyFrom(copy));
     EXPECT_EQ(copyFields, StringFields(copy)) << "a copy onto itself changes nothing";
-}
 
-TEST_F(TargetLunInfoTest, CopyFromLeavesAbsentFieldsAbsent)
-{
-    CTargetLunInfo source;
-    source.SetSerialNo(TaskString("S1"));
-    source.SetDeviceId(TaskString("UNKNOWN"));
-    std::unique_ptr<CTargetLunInfo> pDest(NewFullTarget("old-"));
-    ASSERT_TRUE(pDest->CopyFrom(source));
-    EXPECT_EQ((std::vector<std::string>{"<null>", "<null>", "<null>", "S1", "<null>", "<null>",
-                                        "UNKNOWN", "<null>", "<null>", "<null>"}),
-              Texts(*pDest));
+    CTargetLunInfo sparse;
+    sparse.SetSerialNo(TaskString("S1"));
+    sparse.SetDeviceId(TaskString("UNKNOWN"));
+    ASSERT_TRUE(copy.CopyFrom(sparse));
+    EXPECT_EQ((Texts{"<null>", "<null>", "<null>", "S1", "<null>", "<null>", "UNKNOWN", "<null>",
+                     "<null>", "<null>"}),
+              TextsOf(copy))
+        << "absent fields stay absent";
 }
 
 TEST_F(TargetLunInfoTest, CopyFromSweepLeavesAnEmptyRecordOnFailure)
 {
     std::unique_ptr<CTargetLunInfo> pSource(NewFullTarget("s-"));
-    ULONG n = 1;
-    for (;; ++n) {
-        ASSERT_LT(n, 20u);
+    ULONG n = orvtest::SweepTaskAllocations([&](ULONG n) {
         std::unique_ptr<CTargetLunInfo> pDest(NewFullTarget("d-"));
         pal::FailTaskAllocAt(n);
         BOOL fOk = pDest->CopyFrom(*pSource);
-        pal::FailTaskAllocAt(0);
-        if (fOk) {
-            EXPECT_EQ(Texts(*pSource), Texts(*pDest));
-            break;
-        }
-        EXPECT_EQ(std::vector<std::string>(10, "<null>"), Texts(*pDest)) << "n=" << n;
-    }
+        EXPECT_EQ(fOk ? TextsOf(*pSource) : Texts(10, "<null>"), TextsOf(*pDest)) << "n=" << n;
+        return fOk != FALSE;
+    });
     EXPECT_EQ(11u, n) << "ten strings are copied";
 }
 

@@ -12,6 +12,14 @@ std::string FieldText(LPCWSTR psz)
     return psz ? pal::Utf16ToUtf8(psz) : std::string("<null>");
 }
 
+std::vector<std::string> FieldTexts(const std::vector<LPCWSTR>& fields)
+{
+    std::vector<std::string> texts;
+    for (LPCWSTR psz : fields)
+        texts.push_back(FieldText(psz));
+    return texts;
+}
+
 std::vector<LPCWSTR> StringFields(const CSnapshotEntry& entry)
 {
     return {entry.Filer(),
