@@ -16,9 +16,9 @@ HRESULT CAsyncVssSupportCall::FinalConstruct()
 void CAsyncVssSupportCall::FinalRelease()
 {
     Untrack();
-    // A call dropped without Finish_: COM cleans it up, and the service sees its client go.
+    // A call dropped without Finish_: COM cancels it, and the service sees its client go.
     if (m_pCreation)
-        m_pCreation->GiveUp();
+        m_pCreation->Cancel();
     m_pCreation.reset();
     FreeResults();
     if (m_pOwner)

@@ -72,6 +72,20 @@ void CCreation::GiveUp()
     m_changed.notify_all();
 }
 
+void CCreation::Cancel()
+{
+    std::lock_guard lock(m_lock);
+    m_fCancelled = true;
+    m_fGiveUp = true;
+    m_changed.notify_all();
+}
+
+bool CCreation::Cancelled()
+{
+    std::lock_guard lock(m_lock);
+    return m_fCancelled;
+}
+
 void CCreation::Complete(HRESULT hr, const std::string& why)
 {
     std::lock_guard lock(m_lock);
@@ -119,6 +133,11 @@ void CCreation::Run(CVssSupport* pOwner)
         return;
     }
 
+    if (Cancelled()) {
+        Complete(RPC_E_CALL_CANCELED, "The creation of snapshot " + m_name + " was cancelled");
+        return;
+    }
+
     std::vector<CEvent> handoffs;
     if (settings.handoff != Handoff::kReady)
         handoffs.push_back(CEvent::kProgress);
@@ -136,7 +155,7 @@ void CCreation::Run(CVssSupport* pOwner)
         HRESULT hrAnswer = Deliver(pOwner, handoffs[i], PROG_HANDOFF, name, machine);
         if (i > 0)
             continue;
-        if (FAILED(hrAnswer)) {
+        if (FAILED(hrAnswer) || Cancelled()) {
             hrResult = TESSERA_E_CREATION_ABANDONED;
             why = "Snapshot " + m_name + " was abandoned by its client";
             break;

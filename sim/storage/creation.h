@@ -28,6 +28,9 @@ public:
     // The client waits in Finish_ or dropped the call: a creation stalled before its
     // hand-off gives up.
     void GiveUp();
+    // The client dropped the call without finishing it: COM cancels it, and the creation
+    // stops at its next step without cutting anything.
+    void Cancel();
 
     // Runs the creation on a new thread of the service, which holds pOwner until it ends.
     static void Start(const std::shared_ptr<CCreation>& pCreation, CVssSupport* pOwner);
@@ -37,6 +40,7 @@ private:
     void Complete(HRESULT hr, const std::string& why);
     // Waits until the client gives up or the service stops.
     void WaitForGiveUp();
+    bool Cancelled();
 
     const std::vector<CCreationLun> m_luns;
     const std::string m_name;
@@ -46,6 +50,7 @@ private:
     std::condition_variable m_changed;
     bool m_fDone = false;
     bool m_fGiveUp = false;
+    bool m_fCancelled = false;
     HRESULT m_hr = S_OK;
     std::string m_why;
 };

@@ -191,6 +191,18 @@ TEST_F(StorageCreationTest, StalledCreationEndsWhenItsCallIsReleased)
     EXPECT_TRUE(orvtest::WaitUntil([] { return storagesim::ActiveCreationCount() == 0; }));
 }
 
+TEST_F(StorageCreationTest, DroppedCallIsCancelledAndCutsNothing)
+{
+    m_pSink->HoldHandoffs();
+    ASSERT_HR(S_OK, Begin());
+    ASSERT_TRUE(m_pSink->WaitForHandoffs(1));
+    // The client gives up on the call while the service holds at the hand-off.
+    m_pCall.Release();
+    m_pSink->Answer(S_OK);
+    EXPECT_TRUE(orvtest::WaitUntil([] { return storagesim::ActiveCreationCount() == 0; }));
+    EXPECT_FALSE(HasSnapshot(kFiler, kLun, "snap"));
+}
+
 TEST_F(StorageCreationTest, StalledCreationEndsWhenTheServiceStops)
 {
     ASSERT_HR(S_OK, storagesim::SetHandoffFault(storagesim::HandoffFault::kNever));
