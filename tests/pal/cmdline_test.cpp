@@ -7,7 +7,7 @@
 
 #include <fcntl.h>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -15,95 +15,85 @@
 namespace {
 
 using CmdLineTest = orvtest::PalTest;
+using Args = std::vector<std::u16string>;
 
 // Splits `line` and frees the block, checking that it is one LocalAlloc block whose pointer
 // array ends with a null.
-std::vector<std::u16string> Split(LPCWSTR line)
+Args Split(LPCWSTR line)
 {
     int argc = -1;
     LPWSTR* argv = CommandLineToArgvW(line, &argc);
     EXPECT_NE(nullptr, argv);
     if (argv == nullptr)
         return {};
-    std::vector<std::u16string> args(argv, argv + argc);
+    Args args(argv, argv + argc);
     EXPECT_EQ(nullptr, argv[argc]);
     EXPECT_EQ(nullptr, LocalFree(argv));
     return args;
 }
 
-struct SplitCase
-{
-    const char16_t* line;
-    std::vector<std::u16string> args;
-};
-
-// The first argument is the program name, with rules of its own; every case but those about
-// it starts with "prog".
-const SplitCase kCases[] = {
-    // The documented examples.
-    {uR"(prog "a b c" d e)", {u"prog", u"a b c", u"d", u"e"}},
-    {uR"(prog "ab\"c" "\\" d)", {u"prog", uR"(ab"c)", uR"(\)", u"d"}},
-    {uR"(prog a\\\b d"e f"g h)", {u"prog", uR"(a\\\b)", u"de fg", u"h"}},
-    {uR"(prog a\\\"b c d)", {u"prog", uR"(a\"b)", u"c", u"d"}},
-    {uR"(prog a\\\\"b c" d e)", {u"prog", uR"(a\\b c)", u"d", u"e"}},
-    // Empty quoted arguments count.
-    {uR"(prog "" x "")", {u"prog", u"", u"x", u""}},
-    {uR"(prog "")", {u"prog", u""}},
-    // Trailing backslashes are literal unless a quote follows.
-    {uR"(prog a\ b\\)", {u"prog", uR"(a\)", uR"(b\\)"}},
-    {uR"(prog "C:\dir\\" x)", {u"prog", uR"(C:\dir\)", u"x"}},
-    {uR"(prog "C:\dir\" x)", {u"prog", uR"(C:\dir" x)"}},
-    {uR"(prog \\server\share\)", {u"prog", uR"(\\server\share\)"}},
-    // "" inside quotes gives a literal quote and ends the quoted part; """ outside gives one.
-    {uR"(prog "a ""b"" c")", {u"prog", uR"(a "b)", u"c"}},
-    {uR"(prog """a""")", {u"prog", uR"("a")"}},
-    {uR"(prog a"b"" c d)", {u"prog", uR"(ab")", u"c", u"d"}},
-    // The fourth quote of a run opens quoting again.
-    {uR"(prog """" x)", {u"prog", uR"(" x)"}},
-    {uR"(prog """""" x)", {u"prog", uR"("")", u"x"}},
-    // Quotes join pieces into one argument; an unclosed quote runs to the end.
-    {uR"(prog ab"c d"ef)", {u"prog", u"abc def"}},
-    {uR"(prog "a b)", {u"prog", u"a b"}},
-    // Spaces and tabs separate; runs of them and trailing ones do not make arguments.
-    {u"prog\ta \t b  ", {u"prog", u"a", u"b"}},
-    {u"prog", {u"prog"}},
-    {u"prog   ", {u"prog"}},
-    // The program name: quoted it runs to the next quote, else to the next blank; no
-    // backslash rules apply to it.
-    {uR"("C:\Program Files\app.exe" -x)", {uR"(C:\Program Files\app.exe)", u"-x"}},
-    {uR"(C:\dir\"odd" a)", {uR"(C:\dir\"odd")", u"a"}},
-    {uR"("C:\a\"b c)", {uR"(C:\a\)", u"b", u"c"}},
-    {uR"("prog"x y)", {u"prog", u"x", u"y"}},
-    {uR"("" a)", {u"", u"a"}},
-    {uR"("unclosed name)", {u"unclosed name"}},
-    {u" a b", {u"", u"a", u"b"}},
-};
-
 TEST_F(CmdLineTest, SplitsByShell32Rules)
 {
-    for (const auto& c : kCases)
+    // The first argument is the program name, with rules of its own; every case but those
+    // about it starts with "prog".
+    const struct
+    {
+        const char16_t* line;
+        Args args;
+    } cases[] = {
+        // The documented examples.
+        {uR"(prog "a b c" d e)", {u"prog", u"a b c", u"d", u"e"}},
+        {uR"(prog "ab\"c" "\\" d)", {u"prog", uR"(ab"c)", uR"(\)", u"d"}},
+        {uR"(prog a\\\b d"e f"g h)", {u"prog", uR"(a\\\b)", u"de fg", u"h"}},
+        {uR"(prog a\\\"b c d)", {u"prog", uR"(a\"b)", u"c", u"d"}},
+        {uR"(prog a\\\\"b c" d e)", {u"prog", uR"(a\\b c)", u"d", u"e"}},
+        // Empty quoted arguments count.
+        {uR"(prog "" x "")", {u"prog", u"", u"x", u""}},
+        // Trailing backslashes are literal unless a quote follows.
+        {uR"(prog a\ b\\)", {u"prog", uR"(a\)", uR"(b\\)"}},
+        {uR"(prog "C:\dir\\" x)", {u"prog", uR"(C:\dir\)", u"x"}},
+        {uR"(prog "C:\dir\" x)", {u"prog", uR"(C:\dir" x)"}},
+        {uR"(prog \\server\share\)", {u"prog", uR"(\\server\share\)"}},
+        // "" inside quotes gives a literal quote and ends the quoted part; """ outside gives one.
+        {uR"(prog "a ""b"" c")", {u"prog", uR"(a "b)", u"c"}},
+        {uR"(prog """a""")", {u"prog", uR"("a")"}},
+        {uR"(prog a"b"" c d)", {u"prog", uR"(ab")", u"c", u"d"}},
+        // The fourth quote of a run opens quoting again.
+        {uR"(prog """" x)", {u"prog", uR"(" x)"}},
+        {uR"(prog """""" x)", {u"prog", uR"("")", u"x"}},
+        // Quotes join pieces into one argument; an unclosed quote runs to the end.
+        {uR"(prog ab"c d"ef)", {u"prog", u"abc def"}},
+        {uR"(prog "a b)", {u"prog", u"a b"}},
+        // Spaces and tabs separate; runs of them and trailing ones do not make arguments.
+        {u"prog\ta \t b  ", {u"prog", u"a", u"b"}},
+        {u"prog", {u"prog"}},
+        // The program name: quoted it runs to the next quote, else to the next blank; no
+        // backslash rules apply to it.
+        {uR"("C:\Program Files\app.exe" -x)", {uR"(C:\Program Files\app.exe)", u"-x"}},
+        {uR"(C:\dir\"odd" a)", {uR"(C:\dir\"odd")", u"a"}},
+        {uR"("C:\a\"b c)", {uR"(C:\a\)", u"b", u"c"}},
+        {uR"("prog"x y)", {u"prog", u"x", u"y"}},
+        {uR"("" a)", {u"", u"a"}},
+        {uR"("unclosed name)", {u"unclosed name"}},
+        {u" a b", {u"", u"a", u"b"}},
+    };
+    for (const auto& c : cases)
         EXPECT_EQ(c.args, Split(c.line)) << orvtest::Narrow(c.line);
 }
 
-TEST_F(CmdLineTest, EmptyCommandLineGivesTheExecutablePath)
+TEST_F(CmdLineTest, EmptyLineNullCountAndAllocationFailure)
 {
+    // An empty line gives the executable's path.
     pal::SetModuleFileNameForTest(W("C:\\Program Files\\Orv\\orvprov.exe"));
-    EXPECT_EQ(std::vector<std::u16string>{u"C:\\Program Files\\Orv\\orvprov.exe"}, Split(W("")));
-    EXPECT_EQ(std::vector<std::u16string>{u"C:\\Program Files\\Orv\\orvprov.exe"}, Split(nullptr));
-}
+    EXPECT_EQ(Args{u"C:\\Program Files\\Orv\\orvprov.exe"}, Split(W("")));
+    EXPECT_EQ(Args{u"C:\\Program Files\\Orv\\orvprov.exe"}, Split(nullptr));
 
-TEST_F(CmdLineTest, NullCountIsAnInvalidParameter)
-{
     SetLastError(0);
     EXPECT_EQ(nullptr, CommandLineToArgvW(W("prog a"), nullptr));
     EXPECT_WIN32(ERROR_INVALID_PARAMETER, GetLastError());
-}
 
-TEST_F(CmdLineTest, FailsWhenTheBlockCannotBeAllocated)
-{
     pal::InjectFault("LocalAlloc", ERROR_NOT_ENOUGH_MEMORY);
     int argc = -1;
-    SetLastError(0);
     EXPECT_EQ(nullptr, CommandLineToArgvW(W("prog a b"), &argc));
     EXPECT_WIN32(ERROR_NOT_ENOUGH_MEMORY, GetLastError());
     EXPECT_EQ(-1, argc);
@@ -113,31 +103,13 @@ TEST_F(CmdLineTest, OverrideIsReportedThroughAStablePointer)
 {
     pal::SetCommandLineForTest(W("orvprov.exe -service \"a b\""));
     LPWSTR first = GetCommandLineW();
-    EXPECT_EQ(u"orvprov.exe -service \"a b\"", std::u16string(first));
     EXPECT_EQ(first, GetCommandLineW());
-    EXPECT_EQ((std::vector<std::u16string>{u"orvprov.exe", u"-service", u"a b"}),
-              Split(GetCommandLineW()));
+    EXPECT_EQ((Args{u"orvprov.exe", u"-service", u"a b"}), Split(first));
 
     pal::SetCommandLineForTest(W("other.exe"));
     LPWSTR second = GetCommandLineW();
     EXPECT_EQ(u"other.exe", std::u16string(second));
     EXPECT_EQ(second, GetCommandLineW());
-}
-
-std::vector<std::u16string> ProcessArguments()
-{
-    std::ifstream file("/proc/self/cmdline", std::ios::binary);
-    std::string raw((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    std::vector<std::u16string> args;
-    size_t start = 0;
-    while (start < raw.size()) {
-        size_t end = raw.find('\0', start);
-        if (end == std::string::npos)
-            end = raw.size();
-        args.push_back(orvtest::Wide(raw.substr(start, end - start)));
-        start = end + 1;
-    }
-    return args;
 }
 
 // Runs in every test process, and in the child of the test below with awkward arguments.
@@ -147,7 +119,11 @@ TEST_F(CmdLineTest, RealCommandLineSplitsBackIntoTheProcessArguments)
     LPWSTR line = GetCommandLineW();
     ASSERT_NE(nullptr, line);
     EXPECT_EQ(line, GetCommandLineW());
-    EXPECT_EQ(ProcessArguments(), Split(line)) << orvtest::Narrow(line);
+    std::ifstream file("/proc/self/cmdline", std::ios::binary);
+    Args expected;
+    for (std::string arg; std::getline(file, arg, '\0');)
+        expected.push_back(orvtest::Wide(arg));
+    EXPECT_EQ(expected, Split(line)) << orvtest::Narrow(line);
 }
 
 TEST_F(CmdLineTest, AwkwardArgumentsRoundTripInAChildProcess)
@@ -157,22 +133,11 @@ TEST_F(CmdLineTest, AwkwardArgumentsRoundTripInAChildProcess)
     ASSERT_GT(n, 0);
     exe[n] = 0;
     std::vector<std::string> args = {
-        exe,
-        "--gtest_filter=CmdLineTest.RealCommandLineSplitsBackIntoTheProcessArguments",
-        "plain",
-        "with space",
-        "",
-        "tab\there",
-        R"(quote"inside)",
-        R"(trailing\)",
-        R"(trailing two\\)",
-        R"(back\\"slash quote)",
-        R"(\\server\share\)",
-        R"(")",
-        R"(a""b)",
-        R"("already quoted")",
-        "caf\xC3\xA9",
-    };
+        exe, "--gtest_filter=CmdLineTest.RealCommandLineSplitsBackIntoTheProcessArguments"};
+    args.insert(args.end(),
+                {"plain", "with space", "", "tab\there", R"(quote"inside)", R"(trailing\)",
+                 R"(trailing two\\)", R"(back\\"slash quote)", R"(\\server\share\)", R"(")",
+                 R"(a""b)", R"("already quoted")", "caf\xC3\xA9"});
     std::vector<char*> argv;
     for (auto& arg : args)
         argv.push_back(arg.data());
@@ -183,20 +148,18 @@ TEST_F(CmdLineTest, AwkwardArgumentsRoundTripInAChildProcess)
     ASSERT_NE(-1, pid);
     if (pid == 0) {
         int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        if (fd >= 0) {
-            dup2(fd, 1);
-            dup2(fd, 2);
-        }
+        dup2(fd, 1);
+        dup2(fd, 2);
         execv(exe, argv.data());
         _exit(127);
     }
     int status = 0;
     ASSERT_EQ(pid, waitpid(pid, &status, 0));
-    std::ifstream file(log);
-    std::string output((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    std::ostringstream output;
+    output << std::ifstream(log).rdbuf();
     ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(0, WEXITSTATUS(status)) << output;
-    EXPECT_NE(std::string::npos, output.find("[  PASSED  ] 1 test")) << output;
+    EXPECT_EQ(0, WEXITSTATUS(status)) << output.str();
+    EXPECT_NE(std::string::npos, output.str().find("[  PASSED  ] 1 test")) << output.str();
 }
 
 } // namespace

@@ -1,9 +1,10 @@
-// The fault injection that every failure-path test relies on.
-#include "pal/src/internal.h"
+// The fault injection that every failure-path test relies on, and the fixture's reset.
 #include "pal/errhandlingapi.h"
+#include "pal/src/internal.h"
 #include "tests/support/paltest.h"
 
 #include <new>
+#include <vector>
 
 namespace {
 
@@ -23,7 +24,7 @@ TEST_F(FaultsTest, EveryCallFailsUntilCleared)
     EXPECT_FALSE(pal::detail::FailIfInjected("CreateEventW"));
 }
 
-TEST_F(FaultsTest, OnlyTheNthCallFails)
+TEST_F(FaultsTest, OnlyTheNthMatchingCallFailsAndTheArgumentIgnoresCase)
 {
     pal::InjectFault("RegOpenKeyExW", ERROR_FILE_NOT_FOUND, 3);
     std::vector<bool> failed;
@@ -32,10 +33,8 @@ TEST_F(FaultsTest, OnlyTheNthCallFails)
     EXPECT_EQ((std::vector<bool>{false, false, true, false, false}), failed);
     EXPECT_EQ(5u, pal::FaultCalls("RegOpenKeyExW"));
     EXPECT_EQ(1u, pal::FaultHits("RegOpenKeyExW"));
-}
 
-TEST_F(FaultsTest, ArgumentFilterIsCaseInsensitiveAndCountsOnlyMatches)
-{
+    // Calls with another argument, or none, are not counted.
     pal::InjectFault("OpenEventW", ERROR_FILE_NOT_FOUND, 2, W("{ABC}"));
     EXPECT_FALSE(pal::detail::FailIfInjected("OpenEventW", W("{other}")));
     EXPECT_FALSE(pal::detail::FailIfInjected("OpenEventW", nullptr));
@@ -58,7 +57,7 @@ TEST_F(FaultsTest, NothrowNewFailsOnlyTheArmedAllocation)
     delete third;
 }
 
-TEST_F(FaultsTest, ResetClearsEveryControl)
+TEST_F(FaultsTest, ResetClearsEveryControlAndTheRootIsTheTestsOwn)
 {
     pal::InjectFault("CreateThread", ERROR_NOT_ENOUGH_MEMORY);
     pal::FailTaskAllocAt(1);
@@ -67,11 +66,7 @@ TEST_F(FaultsTest, ResetClearsEveryControl)
     EXPECT_FALSE(pal::detail::FailIfInjected("CreateThread"));
     EXPECT_FALSE(pal::detail::TaskAllocShouldFail());
     EXPECT_EQ(1u, pal::GetClockScale());
-}
-
-TEST_F(FaultsTest, MachineRootIsTheTestsOwn)
-{
     EXPECT_EQ(Root().string(), pal::MachineRoot());
 }
 
-}  // namespace
+} // namespace

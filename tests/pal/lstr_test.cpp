@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -13,114 +12,80 @@ using LstrTest = orvtest::PalTest;
 
 constexpr WCHAR kSentinel = 0xCCCC;
 
-TEST_F(LstrTest, Lengths)
-{
-    EXPECT_EQ(0, lstrlenW(nullptr));
-    EXPECT_EQ(0, lstrlenW(u""));
-    EXPECT_EQ(3, lstrlenW(u"abc"));
-    EXPECT_EQ(2, lstrlenW(u"\U0001F377"));
-    EXPECT_EQ(0, lstrlenA(nullptr));
-    EXPECT_EQ(0, lstrlenA(""));
-    EXPECT_EQ(3, lstrlenA("abc"));
-    EXPECT_EQ(2, lstrlenA("\xC3\xA9"));
-}
-
-// In lstrcmpW order; every string differs from the others.
-const WCHAR* const kSorted[] = {
-    u"",
-    u"'", // ignored characters: only the last levels see them
-    u"-",
-    u"\t", // symbols and punctuation, by code point
-    u" ",      u"!",        u"#",       u"_",       u"~",          u"\u20AC",
-    u"0", // digits, one character at a time
-    u"1",      u"10.0.0.0", u"3.1.9.9", u"3.2.0.0", u"3.3",        u"4.0.0.1",   u"9",
-    u"a", // letters, the lowercase one first
-    u"a-",     u"A",        u"ab",      u"aB",      u"Ab",         u"AB",        u"b", u"B",
-    u"coop", // word sort: hyphens and apostrophes count last
-    u"-coop",  u"co'op",    u"co-op",   u"co-op-",  u"Co-op",      u"cooperate", u"z", u"Z",
-    u"\u00E9", // other characters after the letters, by code point
-    u"\u00C9", u"\u03C9",   u"\u03A9",  u"\u4E2D",  u"\U0001F600", u"\uFFFD",
-};
-
 std::string Describe(const WCHAR* s)
 {
     return s ? "\"" + orvtest::Narrow(s) + "\"" : "NULL";
 }
 
-TEST_F(LstrTest, LstrcmpWOrdersTheTable)
+TEST_F(LstrTest, LstrcmpWAndAOrderTheTable)
 {
-    const size_t n = std::size(kSorted);
-    for (size_t i = 0; i < n; ++i) {
-        for (size_t j = 0; j < n; ++j) {
-            SCOPED_TRACE(Describe(kSorted[i]) + " vs " + Describe(kSorted[j]));
+    // In lstrcmpW order; every string differs from the others.
+    const WCHAR* const sorted[] = {
+        u"",
+        u"'", // ignored characters: only the last levels see them
+        u"-",
+        u"\t", // symbols and punctuation, by code point
+        u" ",      u"!",        u"#",       u"_",       u"~",          u"\u20AC",
+        u"0", // digits, one character at a time, so version strings do not sort as numbers
+        u"1",      u"10.0.0.0", u"3.1.9.9", u"3.2.0.0", u"3.3",        u"4.0.0.1",   u"9",
+        u"a", // letters, the lowercase one first
+        u"a-",     u"A",        u"ab",      u"aB",      u"Ab",         u"AB",        u"b", u"B",
+        u"coop", // word sort: hyphens and apostrophes count last
+        u"-coop",  u"co'op",    u"co-op",   u"co-op-",  u"Co-op",      u"cooperate", u"z", u"Z",
+        u"\u00E9", // other characters after the letters, by code point
+        u"\u00C9", u"\u03C9",   u"\u03A9",  u"\u4E2D",  u"\U0001F600", u"\uFFFD",
+    };
+    // lstrcmpA converts from the ANSI code page (UTF-8) and orders the same.
+    for (size_t i = 0; i < std::size(sorted); ++i) {
+        for (size_t j = 0; j < std::size(sorted); ++j) {
+            SCOPED_TRACE(Describe(sorted[i]) + " vs " + Describe(sorted[j]));
             int expected = i < j ? -1 : (i > j ? 1 : 0);
-            EXPECT_EQ(expected, lstrcmpW(kSorted[i], kSorted[j]));
+            EXPECT_EQ(expected, lstrcmpW(sorted[i], sorted[j]));
+            std::string a = orvtest::Narrow(sorted[i]), b = orvtest::Narrow(sorted[j]);
+            EXPECT_EQ(expected, lstrcmpA(a.c_str(), b.c_str()));
         }
     }
 }
-
-TEST_F(LstrTest, LstrcmpAConvertsFromTheAnsiCodePageAndOrdersTheSame)
-{
-    std::vector<std::string> narrow;
-    for (const WCHAR* s : kSorted)
-        narrow.push_back(orvtest::Narrow(s));
-    for (size_t i = 0; i < narrow.size(); ++i) {
-        for (size_t j = 0; j < narrow.size(); ++j) {
-            SCOPED_TRACE("\"" + narrow[i] + "\" vs \"" + narrow[j] + "\"");
-            int expected = i < j ? -1 : (i > j ? 1 : 0);
-            EXPECT_EQ(expected, lstrcmpA(narrow[i].c_str(), narrow[j].c_str()));
-        }
-    }
-}
-
-TEST_F(LstrTest, VersionStringsCompareCharacterByCharacter)
-{
-    std::vector<std::u16string> versions = {u"4.0.0.1", u"3.3", u"10.0.0.0", u"3.2.0.0",
-                                            u"3.1.9.9"};
-    std::sort(versions.begin(), versions.end(),
-              [](const auto& a, const auto& b) { return lstrcmpW(a.c_str(), b.c_str()) < 0; });
-    EXPECT_EQ(
-        (std::vector<std::u16string>{u"10.0.0.0", u"3.1.9.9", u"3.2.0.0", u"3.3", u"4.0.0.1"}),
-        versions);
-}
-
-struct CaseInsensitiveCase
-{
-    const WCHAR* a;
-    const WCHAR* b;
-    int expected;
-};
-
-const CaseInsensitiveCase kCaseInsensitive[] = {
-    {u"abc", u"ABC", 0},       {u"ABC", u"abc", 0},
-    {u"Co-Op", u"cO-oP", 0},   {u"\u00E9t\u00E9", u"\u00C9T\u00C9", 0},
-    {u"\u0416", u"\u0436", 0}, {u"a", u"B", -1},
-    {u"B", u"a", 1},           {u"coop", u"CO-OP", -1},
-    {u"co-op", u"COOP", 1},    {u"_", u"a", -1}, // symbols before letters, not by code unit
-    {u"Z", u"\u00E9", -1},     {u"10.0.0.0", u"3.1.9.9", -1},
-    {u"3.3", u"3.2.0.0", 1},   {u"", u"", 0},
-    {u"", u"-", -1},
-};
 
 TEST_F(LstrTest, LstrcmpiIgnoresCaseOnly)
 {
-    for (const CaseInsensitiveCase& c : kCaseInsensitive) {
+    const struct
+    {
+        const WCHAR* a;
+        const WCHAR* b;
+        int expected;
+    } cases[] = {
+        {u"abc", u"ABC", 0},       {u"ABC", u"abc", 0},
+        {u"Co-Op", u"cO-oP", 0},   {u"\u00E9t\u00E9", u"\u00C9T\u00C9", 0},
+        {u"\u0416", u"\u0436", 0}, {u"a", u"B", -1},
+        {u"B", u"a", 1},           {u"coop", u"CO-OP", -1},
+        {u"co-op", u"COOP", 1},    {u"_", u"a", -1}, // symbols before letters, not by code unit
+        {u"Z", u"\u00E9", -1},     {u"10.0.0.0", u"3.1.9.9", -1},
+        {u"3.3", u"3.2.0.0", 1},   {u"", u"", 0},
+        {u"", u"-", -1},
+    };
+    for (const auto& c : cases) {
         SCOPED_TRACE(Describe(c.a) + " vs " + Describe(c.b));
         EXPECT_EQ(c.expected, lstrcmpiW(c.a, c.b));
         EXPECT_EQ(-c.expected, lstrcmpiW(c.b, c.a));
-        std::string a = orvtest::Narrow(c.a);
-        std::string b = orvtest::Narrow(c.b);
+        std::string a = orvtest::Narrow(c.a), b = orvtest::Narrow(c.b);
         EXPECT_EQ(c.expected, lstrcmpiA(a.c_str(), b.c_str()));
         EXPECT_EQ(-c.expected, lstrcmpiA(b.c_str(), a.c_str()));
     }
 }
 
-TEST_F(LstrTest, NullSortsFirst)
+TEST_F(LstrTest, NullIsEmptyForLengthsAndSortsFirst)
 {
+    EXPECT_EQ(0, lstrlenW(nullptr));
+    EXPECT_EQ(0, lstrlenW(u""));
+    EXPECT_EQ(2, lstrlenW(u"\U0001F377")); // units
+    EXPECT_EQ(0, lstrlenA(nullptr));
+    EXPECT_EQ(3, lstrlenA("abc"));
+    EXPECT_EQ(2, lstrlenA("\xC3\xA9")); // bytes
+
     EXPECT_EQ(0, lstrcmpW(nullptr, nullptr));
     EXPECT_EQ(-1, lstrcmpW(nullptr, u""));
     EXPECT_EQ(1, lstrcmpW(u"", nullptr));
-    EXPECT_EQ(-1, lstrcmpW(nullptr, u"a"));
     EXPECT_EQ(0, lstrcmpiW(nullptr, nullptr));
     EXPECT_EQ(-1, lstrcmpiW(nullptr, u"a"));
     EXPECT_EQ(1, lstrcmpiW(u"a", nullptr));
@@ -130,23 +95,20 @@ TEST_F(LstrTest, NullSortsFirst)
     EXPECT_EQ(0, lstrcmpiA(nullptr, nullptr));
     EXPECT_EQ(-1, lstrcmpiA(nullptr, "A"));
     EXPECT_EQ(1, lstrcmpiA("", nullptr));
-}
 
-TEST_F(LstrTest, InvalidUtf8ComparesAsTheReplacementCharacter)
-{
+    // Invalid UTF-8 compares as the replacement character.
     EXPECT_EQ(0, lstrcmpA("a\xFF", "a\xFF"));
     EXPECT_EQ(1, lstrcmpA("a\xFF", "az"));
 }
 
 TEST_F(LstrTest, LstrcpynCopiesAtMostOneLessThanTheSizeAndTerminates)
 {
-    struct Case
+    const struct
     {
         const WCHAR* source;
         int iMaxLength;
         std::u16string expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {u"abcdef", 4, u"abc"},
         {u"abcdef", 7, u"abcdef"},
         {u"abcdef", 100, u"abcdef"},
@@ -154,26 +116,18 @@ TEST_F(LstrTest, LstrcpynCopiesAtMostOneLessThanTheSizeAndTerminates)
         {u"", 5, u""},
         {u"\U0001F377x", 2, u"\xD83C"}, // cuts a surrogate pair as Windows does
     };
-    for (const Case& c : cases) {
+    WCHAR buffer[16];
+    for (const auto& c : cases) {
         SCOPED_TRACE(Describe(c.source) + " " + std::to_string(c.iMaxLength));
-        WCHAR buffer[16];
         std::fill(std::begin(buffer), std::end(buffer), kSentinel);
         EXPECT_EQ(buffer, lstrcpynW(buffer, c.source, c.iMaxLength));
         EXPECT_EQ(c.expected, std::u16string(buffer));
         EXPECT_EQ(kSentinel, buffer[c.expected.size() + 1]) << "wrote past the terminator";
     }
-}
-
-TEST_F(LstrTest, LstrcpynWithZeroSizeWritesNothing)
-{
-    WCHAR buffer[4] = {kSentinel, kSentinel, kSentinel, kSentinel};
+    // A size of zero writes nothing; null pointers fail.
+    std::fill(std::begin(buffer), std::end(buffer), kSentinel);
     EXPECT_EQ(buffer, lstrcpynW(buffer, u"abc", 0));
     EXPECT_EQ(kSentinel, buffer[0]);
-}
-
-TEST_F(LstrTest, LstrcpynWithNullPointersFails)
-{
-    WCHAR buffer[4];
     SetLastError(0);
     EXPECT_EQ(nullptr, lstrcpynW(buffer, nullptr, 4));
     EXPECT_WIN32(ERROR_INVALID_PARAMETER, GetLastError());

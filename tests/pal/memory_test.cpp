@@ -5,6 +5,7 @@
 #include "pal/winbase.h"
 #include "tests/support/paltest.h"
 
+#include <algorithm>
 #include <cstring>
 #include <set>
 
@@ -28,45 +29,34 @@ TEST_F(MemoryTest, TaskAllocatorBasics)
     p = static_cast<char*>(CoTaskMemRealloc(p, 100000));
     ASSERT_NE(nullptr, p);
     EXPECT_STREQ("abc", p);
-    EXPECT_EQ(nullptr, CoTaskMemRealloc(p, 0)); // Frees.
-
+    EXPECT_EQ(nullptr, CoTaskMemRealloc(p, 0)); // frees
     void* fromNull = CoTaskMemRealloc(nullptr, 0);
     EXPECT_NE(nullptr, fromNull);
     CoTaskMemFree(fromNull);
 }
 
-TEST_F(MemoryTest, OnlyTheArmedAllocationFails)
+TEST_F(MemoryTest, OnlyTheArmedAllocationFailsAndAFailedReallocKeepsTheBlock)
 {
+    auto* kept = static_cast<char*>(CoTaskMemAlloc(6));
+    ASSERT_NE(nullptr, kept);
+    std::memcpy(kept, "hello", 6);
     pal::FailTaskAllocAt(3);
     void* first = CoTaskMemAlloc(8);
     void* second = CoTaskMemRealloc(nullptr, 8);
-    BSTR third = SysAllocString(W("x"));
+    EXPECT_EQ(nullptr, CoTaskMemRealloc(kept, 4096));
+    EXPECT_STREQ("hello", kept);
     void* fourth = CoTaskMemAlloc(8);
     EXPECT_NE(nullptr, first);
     EXPECT_NE(nullptr, second);
-    EXPECT_EQ(nullptr, third);
     EXPECT_NE(nullptr, fourth);
-    EXPECT_EQ(4u, pal::TaskAllocations());
     // Frees are not allocations.
-    CoTaskMemFree(first);
-    CoTaskMemFree(second);
-    CoTaskMemFree(fourth);
+    for (void* p : {first, second, fourth, static_cast<void*>(kept)})
+        CoTaskMemFree(p);
     EXPECT_EQ(4u, pal::TaskAllocations());
 }
 
-TEST_F(MemoryTest, FailedReallocLeavesTheBlockAlone)
-{
-    auto* p = static_cast<char*>(CoTaskMemAlloc(6));
-    ASSERT_NE(nullptr, p);
-    std::memcpy(p, "hello", 6);
-    pal::FailTaskAllocAt(1);
-    EXPECT_EQ(nullptr, CoTaskMemRealloc(p, 4096));
-    EXPECT_STREQ("hello", p);
-    CoTaskMemFree(p);
-}
-
-// What a caller's failure sweep looks like: a routine that needs three allocations fails
-// cleanly at each of them, and succeeds once the sweep passes its last one.
+// What a caller's failure sweep looks like: a routine that needs three allocations, two of
+// them BSTRs, fails cleanly at each of them, and succeeds once the sweep passes its last one.
 HRESULT MakeTriple(BSTR* a, void** b, BSTR* c)
 {
     *a = SysAllocString(W("first"));
@@ -116,89 +106,52 @@ TEST_F(MemoryTest, GuidsAreRandomVersion4)
     EXPECT_EQ(100u, seen.size());
 }
 
-DWORD PrefixOf(BSTR bstr)
+// Checks the byte-length prefix, the length functions, the terminator and the alignment, then
+// returns the text and frees the BSTR.
+std::u16string CheckAndFree(BSTR bstr, UINT cch)
 {
+    EXPECT_NE(nullptr, bstr);
+    if (bstr == nullptr)
+        return u"<null>";
     DWORD prefix;
     std::memcpy(&prefix, reinterpret_cast<const BYTE*>(bstr) - 4, sizeof(prefix));
-    return prefix;
-}
-
-TEST_F(MemoryTest, BstrHasAByteLengthPrefixAndATerminator)
-{
-    BSTR bstr = SysAllocString(W("abc"));
-    ASSERT_NE(nullptr, bstr);
-    EXPECT_EQ(6u, PrefixOf(bstr));
-    EXPECT_EQ(3u, SysStringLen(bstr));
-    EXPECT_EQ(6u, SysStringByteLen(bstr));
-    EXPECT_EQ(u"abc", std::u16string(bstr));
-    EXPECT_EQ(0, bstr[3]);
+    EXPECT_EQ(cch * 2, prefix);
+    EXPECT_EQ(cch, SysStringLen(bstr));
+    EXPECT_EQ(cch * 2, SysStringByteLen(bstr));
+    EXPECT_EQ(0, bstr[cch]);
     EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(bstr) % 8);
+    std::u16string text(bstr, cch);
     SysFreeString(bstr);
-
-    BSTR empty = SysAllocString(W(""));
-    ASSERT_NE(nullptr, empty);
-    EXPECT_EQ(0u, PrefixOf(empty));
-    EXPECT_EQ(0u, SysStringLen(empty));
-    EXPECT_EQ(0, empty[0]);
-    SysFreeString(empty);
+    return text;
 }
 
-TEST_F(MemoryTest, BstrFromLengths)
+TEST_F(MemoryTest, BstrLayoutAndLengths)
 {
+    EXPECT_EQ(u"abc", CheckAndFree(SysAllocString(W("abc")), 3));
+    EXPECT_EQ(u"", CheckAndFree(SysAllocString(W("")), 0));
+    EXPECT_EQ(u"abc", CheckAndFree(SysAllocStringLen(W("abcdef"), 3), 3));
+    EXPECT_EQ(u"", CheckAndFree(SysAllocStringLen(nullptr, 0), 0));
+    // Embedded nulls are kept; the length comes from the prefix.
+    EXPECT_EQ(std::u16string(u"a\0b", 3), CheckAndFree(SysAllocStringLen(W("a\0b"), 3), 3));
+    // Without a source the string is left for the caller to fill.
     BSTR blank = SysAllocStringLen(nullptr, 5);
     ASSERT_NE(nullptr, blank);
-    EXPECT_EQ(10u, PrefixOf(blank));
-    EXPECT_EQ(5u, SysStringLen(blank));
-    EXPECT_EQ(0, blank[5]);
     std::memcpy(blank, W("hello"), 10);
-    EXPECT_EQ(u"hello", std::u16string(blank));
-    SysFreeString(blank);
+    EXPECT_EQ(u"hello", CheckAndFree(blank, 5));
 
-    BSTR prefix = SysAllocStringLen(W("abcdef"), 3);
-    ASSERT_NE(nullptr, prefix);
-    EXPECT_EQ(u"abc", std::u16string(prefix));
-    SysFreeString(prefix);
-
-    // Embedded nulls are kept; the length comes from the prefix.
-    BSTR embedded = SysAllocStringLen(W("a\0b"), 3);
-    ASSERT_NE(nullptr, embedded);
-    EXPECT_EQ(3u, SysStringLen(embedded));
-    EXPECT_EQ(u'b', embedded[2]);
-    SysFreeString(embedded);
-
-    BSTR none = SysAllocStringLen(nullptr, 0);
-    ASSERT_NE(nullptr, none);
-    EXPECT_EQ(0u, SysStringLen(none));
-    SysFreeString(none);
-}
-
-TEST_F(MemoryTest, BstrNullCases)
-{
     EXPECT_EQ(nullptr, SysAllocString(nullptr));
+    EXPECT_EQ(nullptr, SysAllocStringLen(nullptr, 0x80000000u));
     EXPECT_EQ(0u, SysStringLen(nullptr));
     EXPECT_EQ(0u, SysStringByteLen(nullptr));
     SysFreeString(nullptr);
-    EXPECT_EQ(nullptr, SysAllocStringLen(nullptr, 0x80000000u));
 }
 
-TEST_F(MemoryTest, BstrAllocationsGoThroughTheTaskAllocator)
-{
-    pal::FailTaskAllocAt(2);
-    BSTR first = SysAllocStringLen(W("ab"), 2);
-    BSTR second = SysAllocString(W("cd"));
-    EXPECT_NE(nullptr, first);
-    EXPECT_EQ(nullptr, second);
-    SysFreeString(first);
-}
-
-TEST_F(MemoryTest, LocalHeapFixedBlocks)
+TEST_F(MemoryTest, LocalHeapFixedBlocksAndFaults)
 {
     auto* zeroed = static_cast<BYTE*>(LocalAlloc(LPTR, 64));
     ASSERT_NE(nullptr, zeroed);
-    for (int i = 0; i < 64; ++i)
-        EXPECT_EQ(0, zeroed[i]);
+    EXPECT_EQ(64, std::count(zeroed, zeroed + 64, 0));
     EXPECT_EQ(nullptr, LocalFree(zeroed));
-
     HLOCAL fixed = LocalAlloc(LMEM_FIXED, 0);
     EXPECT_NE(nullptr, fixed);
     EXPECT_EQ(nullptr, LocalFree(fixed));
@@ -207,17 +160,13 @@ TEST_F(MemoryTest, LocalHeapFixedBlocks)
     SetLastError(0);
     EXPECT_EQ(nullptr, LocalAlloc(0x0002 /* LMEM_MOVEABLE */, 16));
     EXPECT_WIN32(ERROR_INVALID_PARAMETER, GetLastError());
-}
 
-TEST_F(MemoryTest, LocalAllocFaultHook)
-{
     pal::InjectFault("LocalAlloc", ERROR_NOT_ENOUGH_MEMORY, 2);
     HLOCAL first = LocalAlloc(LPTR, 8);
     SetLastError(0);
-    HLOCAL second = LocalAlloc(LPTR, 8);
+    EXPECT_EQ(nullptr, LocalAlloc(LPTR, 8));
     EXPECT_WIN32(ERROR_NOT_ENOUGH_MEMORY, GetLastError());
     EXPECT_NE(nullptr, first);
-    EXPECT_EQ(nullptr, second);
     LocalFree(first);
 }
 

@@ -6,6 +6,7 @@
 #include "tests/support/paltest.h"
 
 #include <climits>
+#include <tuple>
 #include <unistd.h>
 
 namespace {
@@ -14,12 +15,16 @@ using ModuleTest = orvtest::PalTest;
 
 constexpr DWORD kUntouched = 0xDEADBEEF;
 
-std::u16string RealExePath()
-{
-    char buffer[PATH_MAX];
-    ssize_t n = readlink("/proc/self/exe", buffer, sizeof(buffer));
-    return n > 0 ? orvtest::Wide(std::string_view(buffer, static_cast<size_t>(n))) : u"";
-}
+// Checks that `call` returns `result` and leaves `error` as the last error.
+#define EXPECT_CALL_ERROR(result, error, call)                                                     \
+    do {                                                                                           \
+        SetLastError(kUntouched);                                                                  \
+        EXPECT_EQ(result, call);                                                                   \
+        EXPECT_WIN32(error, GetLastError());                                                       \
+    } while (0)
+
+int g_notAModule;
+const HMODULE kNotAModule = reinterpret_cast<HMODULE>(&g_notAModule);
 
 // Through void (*)(), which converts to any function pointer type without a warning.
 template <typename Function>
@@ -28,94 +33,60 @@ Function* AsFunction(FARPROC proc)
     return reinterpret_cast<Function*>(reinterpret_cast<void (*)()>(proc));
 }
 
-TEST_F(ModuleTest, ReportsTheRealExecutableByDefault)
+TEST_F(ModuleTest, ReportsTheRealExecutableTheOverrideOrKernel32)
 {
+    char real[PATH_MAX];
+    ssize_t n = readlink("/proc/self/exe", real, sizeof(real));
+    ASSERT_GT(n, 0);
+    std::u16string expected = orvtest::Wide(std::string_view(real, static_cast<size_t>(n)));
     WCHAR buffer[4096];
-    SetLastError(kUntouched);
-    DWORD length = GetModuleFileNameW(nullptr, buffer, ARRAYSIZE(buffer));
-    std::u16string expected = RealExePath();
-    ASSERT_FALSE(expected.empty());
-    EXPECT_EQ(expected.size(), length);
+    EXPECT_CALL_ERROR(expected.size(), kUntouched,
+                      GetModuleFileNameW(nullptr, buffer, ARRAYSIZE(buffer)));
     EXPECT_EQ(expected, std::u16string(buffer));
-    EXPECT_WIN32(kUntouched, GetLastError());
-}
 
-TEST_F(ModuleTest, ReportsTheOverrideUntilItIsCleared)
-{
     pal::SetModuleFileNameForTest(W("C:\\Program Files\\Orv\\orvprov.exe"));
-    WCHAR buffer[MAX_PATH];
     EXPECT_EQ(32u, GetModuleFileNameW(nullptr, buffer, MAX_PATH));
     EXPECT_EQ(u"C:\\Program Files\\Orv\\orvprov.exe", std::u16string(buffer));
     // The handle of the executable names the same file.
     EXPECT_EQ(32u, GetModuleFileNameW(GetModuleHandleW(nullptr), buffer, MAX_PATH));
-
     pal::SetModuleFileNameForTest(nullptr);
     GetModuleFileNameW(nullptr, buffer, MAX_PATH);
-    EXPECT_EQ(RealExePath().substr(0, MAX_PATH - 1), std::u16string(buffer));
+    EXPECT_EQ(expected.substr(0, MAX_PATH - 1), std::u16string(buffer));
+
+    DWORD length = GetModuleFileNameW(GetModuleHandleW(W("kernel32.dll")), buffer, MAX_PATH);
+    ASSERT_GT(length, 12u);
+    EXPECT_EQ(u"KERNEL32.DLL", std::u16string(buffer + length - 12));
+    EXPECT_CALL_ERROR(0u, ERROR_MOD_NOT_FOUND, GetModuleFileNameW(kNotAModule, buffer, MAX_PATH));
+
+    pal::InjectFault("GetModuleFileNameW", ERROR_NOT_ENOUGH_MEMORY, 2);
+    EXPECT_NE(0u, GetModuleFileNameW(nullptr, buffer, MAX_PATH));
+    EXPECT_CALL_ERROR(0u, ERROR_NOT_ENOUGH_MEMORY, GetModuleFileNameW(nullptr, buffer, MAX_PATH));
+    EXPECT_NE(0u, GetModuleFileNameW(nullptr, buffer, MAX_PATH));
 }
 
 // Windows Vista and later: a path that does not fit is cut to nSize - 1 characters and
 // terminated, the call returns nSize and sets ERROR_INSUFFICIENT_BUFFER.
 TEST_F(ModuleTest, BufferRulesAtExactSizes)
 {
-    pal::SetModuleFileNameForTest(W("C:\\svc\\p.exe")); // 12 characters.
-    WCHAR buffer[32];
-
-    SetLastError(kUntouched);
-    std::fill(std::begin(buffer), std::end(buffer), u'#');
-    EXPECT_EQ(12u, GetModuleFileNameW(nullptr, buffer, 13));
-    EXPECT_EQ(u"C:\\svc\\p.exe", std::u16string(buffer));
-    EXPECT_WIN32(kUntouched, GetLastError());
-
-    SetLastError(kUntouched);
-    std::fill(std::begin(buffer), std::end(buffer), u'#');
-    EXPECT_EQ(12u, GetModuleFileNameW(nullptr, buffer, 12));
-    EXPECT_EQ(u"C:\\svc\\p.ex", std::u16string(buffer));
-    EXPECT_EQ(u'#', buffer[12]);
-    EXPECT_WIN32(ERROR_INSUFFICIENT_BUFFER, GetLastError());
-
-    SetLastError(kUntouched);
-    EXPECT_EQ(5u, GetModuleFileNameW(nullptr, buffer, 5));
-    EXPECT_EQ(u"C:\\s", std::u16string(buffer));
-    EXPECT_WIN32(ERROR_INSUFFICIENT_BUFFER, GetLastError());
-
-    SetLastError(kUntouched);
-    std::fill(std::begin(buffer), std::end(buffer), u'#');
-    EXPECT_EQ(1u, GetModuleFileNameW(nullptr, buffer, 1));
-    EXPECT_EQ(0, buffer[0]);
-    EXPECT_EQ(u'#', buffer[1]);
-    EXPECT_WIN32(ERROR_INSUFFICIENT_BUFFER, GetLastError());
-
-    SetLastError(kUntouched);
-    buffer[0] = u'#';
-    EXPECT_EQ(0u, GetModuleFileNameW(nullptr, buffer, 0));
-    EXPECT_EQ(u'#', buffer[0]);
-    EXPECT_WIN32(ERROR_INSUFFICIENT_BUFFER, GetLastError());
-}
-
-TEST_F(ModuleTest, ModuleFileNameOfKernel32AndOfUnknownHandles)
-{
-    WCHAR buffer[MAX_PATH];
-    HMODULE kernel32 = GetModuleHandleW(W("kernel32.dll"));
-    ASSERT_NE(nullptr, kernel32);
-    DWORD length = GetModuleFileNameW(kernel32, buffer, MAX_PATH);
-    ASSERT_GT(length, 12u);
-    EXPECT_EQ(u"KERNEL32.DLL", std::u16string(buffer + length - 12));
-
-    int local = 0;
-    SetLastError(0);
-    EXPECT_EQ(0u, GetModuleFileNameW(reinterpret_cast<HMODULE>(&local), buffer, MAX_PATH));
-    EXPECT_WIN32(ERROR_MOD_NOT_FOUND, GetLastError());
-}
-
-TEST_F(ModuleTest, ModuleFileNameFaultHook)
-{
-    pal::InjectFault("GetModuleFileNameW", ERROR_NOT_ENOUGH_MEMORY, 2);
-    WCHAR buffer[MAX_PATH];
-    EXPECT_NE(0u, GetModuleFileNameW(nullptr, buffer, MAX_PATH));
-    EXPECT_EQ(0u, GetModuleFileNameW(nullptr, buffer, MAX_PATH));
-    EXPECT_WIN32(ERROR_NOT_ENOUGH_MEMORY, GetLastError());
-    EXPECT_NE(0u, GetModuleFileNameW(nullptr, buffer, MAX_PATH));
+    pal::SetModuleFileNameForTest(W("C:\\svc\\p.exe")); // 12 characters
+    // Size, result, text, last error.
+    const std::tuple<DWORD, DWORD, std::u16string, DWORD> cases[] = {
+        {13, 12, u"C:\\svc\\p.exe", kUntouched},
+        {12, 12, u"C:\\svc\\p.ex", ERROR_INSUFFICIENT_BUFFER},
+        {5, 5, u"C:\\s", ERROR_INSUFFICIENT_BUFFER},
+        {1, 1, u"", ERROR_INSUFFICIENT_BUFFER},
+        {0, 0, u"#", ERROR_INSUFFICIENT_BUFFER}, // nothing written
+    };
+    for (const auto& [nSize, dwResult, text, dwError] : cases) {
+        SCOPED_TRACE(nSize);
+        WCHAR buffer[32];
+        std::fill(std::begin(buffer), std::end(buffer), u'#');
+        buffer[31] = 0;
+        EXPECT_CALL_ERROR(dwResult, dwError, GetModuleFileNameW(nullptr, buffer, nSize));
+        EXPECT_EQ(text, std::u16string(buffer).substr(0, text.size()));
+        EXPECT_EQ(nSize ? 0 : u'#', buffer[text.size()]);
+        EXPECT_EQ(u'#', buffer[text.size() + 1]);
+    }
 }
 
 TEST_F(ModuleTest, OnlyKernel32IsKnownInAnyCaseWithOrWithoutExtension)
@@ -124,34 +95,22 @@ TEST_F(ModuleTest, OnlyKernel32IsKnownInAnyCaseWithOrWithoutExtension)
     ASSERT_NE(nullptr, kernel32);
     EXPECT_EQ(kernel32, LoadLibraryW(W("KERNEL32.DLL")));
     EXPECT_EQ(kernel32, LoadLibraryW(W("Kernel32")));
-    EXPECT_EQ(kernel32, GetModuleHandleW(W("kernel32")));
     EXPECT_EQ(kernel32, GetModuleHandleW(W("KeRnEl32.dLl")));
     EXPECT_NE(kernel32, GetModuleHandleW(nullptr));
     EXPECT_NE(nullptr, GetModuleHandleW(nullptr));
-
     for (LPCWSTR name : {W("advapi32.dll"), W("kernel32.dll.dll"), W("kernel3"), W("")}) {
-        SetLastError(0);
-        EXPECT_EQ(nullptr, LoadLibraryW(name)) << orvtest::Narrow(name);
-        EXPECT_WIN32(ERROR_MOD_NOT_FOUND, GetLastError());
-        SetLastError(0);
-        EXPECT_EQ(nullptr, GetModuleHandleW(name)) << orvtest::Narrow(name);
-        EXPECT_WIN32(ERROR_MOD_NOT_FOUND, GetLastError());
+        SCOPED_TRACE(orvtest::Narrow(name));
+        EXPECT_CALL_ERROR(nullptr, ERROR_MOD_NOT_FOUND, LoadLibraryW(name));
+        EXPECT_CALL_ERROR(nullptr, ERROR_MOD_NOT_FOUND, GetModuleHandleW(name));
     }
-
     EXPECT_TRUE(FreeLibrary(kernel32));
     EXPECT_TRUE(FreeLibrary(kernel32));
-    int local = 0;
-    SetLastError(0);
-    EXPECT_FALSE(FreeLibrary(reinterpret_cast<HMODULE>(&local)));
-    EXPECT_WIN32(ERROR_MOD_NOT_FOUND, GetLastError());
-}
+    EXPECT_CALL_ERROR(FALSE, ERROR_MOD_NOT_FOUND, FreeLibrary(kNotAModule));
 
-TEST_F(ModuleTest, LoadLibraryFaultHookMatchesTheName)
-{
+    // The fault's argument is the name as the caller spelt it.
     pal::InjectFault("LoadLibraryW", ERROR_ACCESS_DENIED, 0, W("KERNEL32.DLL"));
-    EXPECT_EQ(nullptr, LoadLibraryW(W("kernel32.dll")));
-    EXPECT_WIN32(ERROR_ACCESS_DENIED, GetLastError());
-    EXPECT_NE(nullptr, LoadLibraryW(W("kernel32"))); // Another name: no match.
+    EXPECT_CALL_ERROR(nullptr, ERROR_ACCESS_DENIED, LoadLibraryW(W("kernel32.dll")));
+    EXPECT_NE(nullptr, LoadLibraryW(W("kernel32")));
     EXPECT_EQ(1u, pal::FaultHits("LoadLibraryW"));
 }
 
@@ -163,7 +122,6 @@ TEST_F(ModuleTest, GetProcAddressFindsTheExportedFunctions)
     SYSTEM_INFO info{};
     AsFunction<void(LPSYSTEM_INFO)>(native)(&info);
     EXPECT_EQ(pal::GetHostProfile().dwNumberOfProcessors, info.dwNumberOfProcessors);
-
     EXPECT_EQ(reinterpret_cast<void (*)()>(&GetSystemInfo),
               reinterpret_cast<void (*)()>(GetProcAddress(kernel32, "GetSystemInfo")));
     EXPECT_EQ(reinterpret_cast<void (*)()>(&GetVersionExW),
@@ -171,22 +129,15 @@ TEST_F(ModuleTest, GetProcAddressFindsTheExportedFunctions)
     FARPROC tick = GetProcAddress(kernel32, "GetTickCount");
     ASSERT_NE(nullptr, tick);
     DWORD before = GetTickCount();
-    DWORD now = AsFunction<DWORD()>(tick)();
-    EXPECT_LE(now - before, 10000u);
-}
+    EXPECT_LE(AsFunction<DWORD()>(tick)() - before, 10000u);
 
-TEST_F(ModuleTest, GetNativeSystemInfoIsMissingWhenTheProfileSaysSo)
-{
+    // Older systems lack GetNativeSystemInfo; the fallback callers use stays.
     pal::HostProfile profile;
     profile.fHasGetNativeSystemInfo = false;
     pal::SetHostProfile(profile);
-    HMODULE kernel32 = GetModuleHandleW(W("kernel32.dll"));
-    SetLastError(0);
-    EXPECT_EQ(nullptr, GetProcAddress(kernel32, "GetNativeSystemInfo"));
-    EXPECT_WIN32(ERROR_PROC_NOT_FOUND, GetLastError());
-    // The fallback callers use stays available.
+    EXPECT_CALL_ERROR(nullptr, ERROR_PROC_NOT_FOUND,
+                      GetProcAddress(kernel32, "GetNativeSystemInfo"));
     EXPECT_NE(nullptr, GetProcAddress(kernel32, "GetSystemInfo"));
-
     profile.fHasGetNativeSystemInfo = true;
     pal::SetHostProfile(profile);
     EXPECT_NE(nullptr, GetProcAddress(kernel32, "GetNativeSystemInfo"));
@@ -195,28 +146,15 @@ TEST_F(ModuleTest, GetNativeSystemInfoIsMissingWhenTheProfileSaysSo)
 TEST_F(ModuleTest, GetProcAddressFailures)
 {
     HMODULE kernel32 = GetModuleHandleW(W("kernel32.dll"));
-    for (LPCSTR name : {"NoSuchFunction", "getsysteminfo", "GetSystemInfoW", ""}) {
-        SetLastError(0);
-        EXPECT_EQ(nullptr, GetProcAddress(kernel32, name)) << name;
-        EXPECT_WIN32(ERROR_PROC_NOT_FOUND, GetLastError());
-    }
-    SetLastError(0);
-    EXPECT_EQ(nullptr, GetProcAddress(kernel32, reinterpret_cast<LPCSTR>(1))); // Ordinal.
-    EXPECT_WIN32(ERROR_PROC_NOT_FOUND, GetLastError());
+    // Names are case-sensitive; ordinals are not supported.
+    for (LPCSTR name :
+         {"NoSuchFunction", "getsysteminfo", "GetSystemInfoW", "", reinterpret_cast<LPCSTR>(1)})
+        EXPECT_CALL_ERROR(nullptr, ERROR_PROC_NOT_FOUND, GetProcAddress(kernel32, name));
+    EXPECT_CALL_ERROR(nullptr, ERROR_MOD_NOT_FOUND, GetProcAddress(kNotAModule, "GetSystemInfo"));
+    EXPECT_CALL_ERROR(nullptr, ERROR_PROC_NOT_FOUND, GetProcAddress(nullptr, "NoSuchFunction"));
 
-    int local = 0;
-    SetLastError(0);
-    EXPECT_EQ(nullptr, GetProcAddress(reinterpret_cast<HMODULE>(&local), "GetSystemInfo"));
-    EXPECT_WIN32(ERROR_MOD_NOT_FOUND, GetLastError());
-    SetLastError(0);
-    EXPECT_EQ(nullptr, GetProcAddress(nullptr, "NoSuchFunction"));
-    EXPECT_WIN32(ERROR_PROC_NOT_FOUND, GetLastError());
-}
-
-TEST_F(ModuleTest, GetProcAddressFaultHookMatchesTheName)
-{
+    // The fault's argument matches the name in any case.
     pal::InjectFault("GetProcAddress", ERROR_PROC_NOT_FOUND, 0, W("getnativesysteminfo"));
-    HMODULE kernel32 = GetModuleHandleW(W("kernel32.dll"));
     EXPECT_EQ(nullptr, GetProcAddress(kernel32, "GetNativeSystemInfo"));
     EXPECT_NE(nullptr, GetProcAddress(kernel32, "GetSystemInfo"));
     EXPECT_EQ(1u, pal::FaultHits("GetProcAddress"));

@@ -11,29 +11,19 @@ using OutputTest = orvtest::PalTest;
 
 TEST_F(OutputTest, DebugOutputIsCapturedOnePiecePerCall)
 {
+    EXPECT_FALSE(IsDebuggerPresent());
     OutputDebugStringW(W("provider: start\n"));
     OutputDebugStringW(nullptr);
     OutputDebugStringA("caf\xC3\xA9 \xE2\x82\xAC\n");
     OutputDebugStringA(nullptr);
     OutputDebugStringW(W(""));
-    auto pieces = pal::TakeDebugOutput();
-    ASSERT_EQ(3u, pieces.size());
-    EXPECT_EQ(u"provider: start\n", pieces[0]);
-    EXPECT_EQ(u"caf\u00E9 \u20AC\n", pieces[1]);
-    EXPECT_EQ(u"", pieces[2]);
+    EXPECT_EQ((std::vector<std::u16string>{u"provider: start\n", u"caf\u00E9 \u20AC\n", u""}),
+              pal::TakeDebugOutput());
     EXPECT_TRUE(pal::TakeDebugOutput().empty());
-}
 
-TEST_F(OutputTest, DebugOutputTextJoinsThePieces)
-{
     OutputDebugStringW(W("a"));
     OutputDebugStringA("b\n");
     EXPECT_EQ("ab\n", pal::TakeDebugOutputText());
-}
-
-TEST_F(OutputTest, NoDebuggerIsAttached)
-{
-    EXPECT_FALSE(IsDebuggerPresent());
 }
 
 TEST_F(OutputTest, MessageBoxIsRecordedAndAnsweredWithOk)
@@ -47,7 +37,7 @@ TEST_F(OutputTest, MessageBoxIsRecordedAndAnsweredWithOk)
     EXPECT_EQ(u"Provider", boxes[0].caption);
     EXPECT_EQ(u"Disk is full", boxes[0].text);
     EXPECT_EQ(static_cast<UINT>(MB_OK | MB_ICONERROR | MB_SERVICE_NOTIFICATION), boxes[0].type);
-    EXPECT_EQ(u"Error", boxes[1].caption); // Windows' default title.
+    EXPECT_EQ(u"Error", boxes[1].caption); // Windows' default title
     EXPECT_EQ(u"", boxes[2].text);
     EXPECT_EQ(static_cast<UINT>(MB_YESNO), boxes[2].type);
 }
@@ -73,31 +63,30 @@ protected:
     }
 };
 
-TEST_F(StringResourceTest, CopiesAndTerminates)
+TEST_F(StringResourceTest, CopiesTruncatesToTheBufferLessOneAndTerminates)
 {
-    WCHAR buffer[32];
-    SetLastError(0xDEADBEEF);
-    EXPECT_EQ(5, LoadStringW(nullptr, 100, buffer, ARRAYSIZE(buffer)));
-    EXPECT_EQ(u"Hello", std::u16string(buffer));
-    EXPECT_WIN32(0xDEADBEEF, GetLastError());
-    EXPECT_EQ(13, LoadStringW(nullptr, 102, buffer, ARRAYSIZE(buffer)));
-    EXPECT_EQ(u"Shadow copy \u00E9", std::u16string(buffer));
-}
-
-TEST_F(StringResourceTest, TruncatesToTheBufferLessOne)
-{
-    WCHAR buffer[8];
-    std::fill(std::begin(buffer), std::end(buffer), u'#');
-    EXPECT_EQ(5, LoadStringW(nullptr, 100, buffer, 6)); // Exactly fits.
-    EXPECT_EQ(u"Hello", std::u16string(buffer));
-    std::fill(std::begin(buffer), std::end(buffer), u'#');
-    EXPECT_EQ(4, LoadStringW(nullptr, 100, buffer, 5));
-    EXPECT_EQ(u"Hell", std::u16string(buffer));
-    EXPECT_EQ(u'#', buffer[5]);
-    std::fill(std::begin(buffer), std::end(buffer), u'#');
-    EXPECT_EQ(0, LoadStringW(nullptr, 100, buffer, 1));
-    EXPECT_EQ(0, buffer[0]);
-    EXPECT_EQ(u'#', buffer[1]);
+    const struct
+    {
+        UINT id;
+        int cchBuffer;
+        int iResult;
+        std::u16string text;
+    } cases[] = {
+        {100, 32, 5, u"Hello"}, {102, 32, 13, u"Shadow copy \u00E9"},
+        {101, 32, 0, u""},     // found, and empty
+        {100, 6, 5, u"Hello"}, // exactly fits
+        {100, 5, 4, u"Hell"},   {100, 1, 0, u""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.id << " in " << c.cchBuffer);
+        WCHAR buffer[40];
+        std::fill(std::begin(buffer), std::end(buffer), u'#');
+        SetLastError(0xDEADBEEF);
+        EXPECT_EQ(c.iResult, LoadStringW(nullptr, c.id, buffer, c.cchBuffer));
+        EXPECT_EQ(c.text, std::u16string(buffer));
+        EXPECT_EQ(u'#', buffer[c.text.size() + 1]);
+        EXPECT_WIN32(0xDEADBEEF, GetLastError());
+    }
 }
 
 TEST_F(StringResourceTest, ZeroLengthBufferReceivesAPointerToTheResource)
@@ -109,38 +98,24 @@ TEST_F(StringResourceTest, ZeroLengthBufferReceivesAPointerToTheResource)
     EXPECT_EQ(kTable[1].pszText, text);
 }
 
-TEST_F(StringResourceTest, MissingStringAndNullBuffer)
+TEST_F(StringResourceTest, MissingStringsNullBuffersAndANewTable)
 {
     WCHAR buffer[16] = u"untouched";
     SetLastError(0);
     EXPECT_EQ(0, LoadStringW(nullptr, 999, buffer, ARRAYSIZE(buffer)));
     EXPECT_WIN32(ERROR_RESOURCE_NAME_NOT_FOUND, GetLastError());
     EXPECT_EQ(0, buffer[0]);
-
     LPCWSTR text = nullptr;
     SetLastError(0);
     EXPECT_EQ(0, LoadStringW(nullptr, 999, reinterpret_cast<LPWSTR>(&text), 0));
     EXPECT_WIN32(ERROR_RESOURCE_NAME_NOT_FOUND, GetLastError());
     EXPECT_EQ(nullptr, text);
-
     EXPECT_EQ(0, LoadStringW(nullptr, 100, nullptr, 16));
     EXPECT_EQ(0, LoadStringW(nullptr, 100, nullptr, 0));
-}
 
-TEST_F(StringResourceTest, EmptyStringIsFoundWithLengthZero)
-{
-    WCHAR buffer[4] = u"xyz";
-    SetLastError(0xDEADBEEF);
-    EXPECT_EQ(0, LoadStringW(nullptr, 101, buffer, ARRAYSIZE(buffer)));
-    EXPECT_EQ(0, buffer[0]);
-    EXPECT_WIN32(0xDEADBEEF, GetLastError());
-}
-
-TEST_F(StringResourceTest, ANewTableReplacesTheOld)
-{
+    // A new table replaces the old.
     static constexpr PAL_STRING_RESOURCE kOther[] = {{7, W("seven")}};
     PalRegisterStringTable(kOther, ARRAYSIZE(kOther));
-    WCHAR buffer[16];
     EXPECT_EQ(0, LoadStringW(nullptr, 100, buffer, ARRAYSIZE(buffer)));
     EXPECT_EQ(5, LoadStringW(nullptr, 7, buffer, ARRAYSIZE(buffer)));
     EXPECT_EQ(u"seven", std::u16string(buffer));

@@ -5,7 +5,7 @@
 
 #include <cerrno>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 namespace {
 
@@ -14,21 +14,16 @@ class StreamTest : public orvtest::PalTest
 protected:
     std::filesystem::path File(const std::string& name) const { return Root() / name; }
 
-    static std::u16string WidePath(const std::filesystem::path& path)
-    {
-        return orvtest::Wide(path.string());
-    }
-
     static FILE* Open(const std::filesystem::path& path, const char16_t* mode)
     {
-        return _wfopen(WidePath(path).c_str(), mode);
+        return _wfopen(orvtest::Wide(path.string()).c_str(), mode);
     }
 
     static std::string Bytes(const std::filesystem::path& path)
     {
-        std::ifstream file(path, std::ios::binary);
-        return std::string((std::istreambuf_iterator<char>(file)),
-                           std::istreambuf_iterator<char>());
+        std::ostringstream bytes;
+        bytes << std::ifstream(path, std::ios::binary).rdbuf();
+        return bytes.str();
     }
 
     static void Put(const std::filesystem::path& path, const std::string& bytes)
@@ -40,14 +35,13 @@ protected:
     {
         std::string text;
         char buffer[1000];
-        size_t n;
-        while ((n = std::fread(buffer, 1, sizeof(buffer), stream)) > 0)
+        for (size_t n; (n = std::fread(buffer, 1, sizeof(buffer), stream)) > 0;)
             text.append(buffer, n);
         return text;
     }
 };
 
-TEST_F(StreamTest, TextModeWritesCrLfOnDisk)
+TEST_F(StreamTest, TextModeWritesCrLfOnDiskAndBinaryModeTheBytes)
 {
     for (const char16_t* mode : {u"w", u"wt"}) {
         FILE* stream = Open(File("text.log"), mode);
@@ -58,10 +52,6 @@ TEST_F(StreamTest, TextModeWritesCrLfOnDisk)
         EXPECT_EQ("one\r\ntwo\r\nn=42\r\r\n\r\n", Bytes(File("text.log")));
         EXPECT_EQ(0, std::fclose(stream));
     }
-}
-
-TEST_F(StreamTest, BinaryModeWritesBytesAsTheyAre)
-{
     FILE* stream = Open(File("bin.dat"), u"wb");
     ASSERT_NE(nullptr, stream);
     std::fputs("one\ntwo\r\n", stream);
@@ -69,7 +59,7 @@ TEST_F(StreamTest, BinaryModeWritesBytesAsTheyAre)
     EXPECT_EQ("one\ntwo\r\n", Bytes(File("bin.dat")));
 }
 
-TEST_F(StreamTest, AppendPlusAppendsAndReadsBack)
+TEST_F(StreamTest, AppendAndWritePlusModes)
 {
     Put(File("app.log"), "first\r\n");
     FILE* stream = Open(File("app.log"), u"a+");
@@ -83,17 +73,14 @@ TEST_F(StreamTest, AppendPlusAppendsAndReadsBack)
     EXPECT_EQ(0, std::fclose(stream));
     EXPECT_EQ("first\r\nsecond\r\nthird\r\n", Bytes(File("app.log")));
 
-    stream = Open(File("new.log"), u"ab"); // Append creates the file.
+    stream = Open(File("new.log"), u"ab"); // append creates the file
     ASSERT_NE(nullptr, stream);
     std::fputs("x\n", stream);
     std::fclose(stream);
     EXPECT_EQ("x\n", Bytes(File("new.log")));
-}
 
-TEST_F(StreamTest, WritePlusTruncatesAndReadsBack)
-{
     Put(File("trunc.log"), "old content that is long");
-    FILE* stream = Open(File("trunc.log"), u"w+");
+    stream = Open(File("trunc.log"), u"w+");
     ASSERT_NE(nullptr, stream);
     EXPECT_EQ("", Bytes(File("trunc.log")));
     std::fputs("new\n", stream);
@@ -110,57 +97,57 @@ TEST_F(StreamTest, ReadModesTranslateOnlyInText)
     ASSERT_NE(nullptr, stream);
     EXPECT_EQ("a\nb\r\rc\n\r", ReadAll(stream));
     std::fclose(stream);
-
     stream = Open(File("in.txt"), u"rb");
     ASSERT_NE(nullptr, stream);
     EXPECT_EQ("a\r\nb\r\rc\n\r", ReadAll(stream));
     std::fclose(stream);
-
     // "r+" may write too; nothing is truncated.
     stream = Open(File("in.txt"), u"r+t");
     ASSERT_NE(nullptr, stream);
     std::fputs("Z\n", stream);
     std::fclose(stream);
     EXPECT_EQ("Z\r\nb\r\rc\n\r", Bytes(File("in.txt")));
-}
 
-TEST_F(StreamTest, CrLfSplitAcrossReadChunksIsStillJoined)
-{
-    std::string raw;
-    std::string expected;
+    // A CR LF split across the reader's chunks is still joined.
+    std::string raw, expected;
     for (int i = 0; i < 3000; ++i) {
         raw += std::string(static_cast<size_t>(i % 7), 'x') + "\r\n";
         expected += std::string(static_cast<size_t>(i % 7), 'x') + "\n";
     }
     Put(File("long.txt"), raw);
-    FILE* stream = Open(File("long.txt"), u"rt");
+    stream = Open(File("long.txt"), u"rt");
     ASSERT_NE(nullptr, stream);
     EXPECT_EQ(expected, ReadAll(stream));
     std::fclose(stream);
 }
 
-TEST_F(StreamTest, BackslashesSeparatePathComponents)
+TEST_F(StreamTest, BackslashesSeparatePathComponentsAndNamesAreUtf8)
 {
     std::filesystem::create_directory(Root() / "dir");
-    std::u16string path = WidePath(Root()) + u"\\dir\\file.txt";
-    FILE* stream = _wfopen(path.c_str(), u"wb");
+    FILE* stream = _wfopen((orvtest::Wide(Root().string()) + u"\\dir\\file.txt").c_str(), u"wb");
     ASSERT_NE(nullptr, stream);
     std::fclose(stream);
     EXPECT_TRUE(std::filesystem::exists(Root() / "dir" / "file.txt"));
+
+    stream = _wfopen(
+        (orvtest::Wide(Root().string()) + u"/r\u00E9sum\u00E9 \u65E5\u672C.txt").c_str(), u"w");
+    ASSERT_NE(nullptr, stream);
+    std::fclose(stream);
+    EXPECT_TRUE(
+        std::filesystem::exists(Root() / "r\xC3\xA9sum\xC3\xA9 \xE6\x97\xA5\xE6\x9C\xAC.txt"));
 }
 
 TEST_F(StreamTest, FailuresSetErrnoAndTheLastError)
 {
-    struct Case
+    std::filesystem::create_directory(Root() / "adir");
+    Put(File("exists.txt"), "x");
+    const struct
     {
         std::filesystem::path path;
         const char16_t* mode;
         int err;
         DWORD error;
-    };
-    std::filesystem::create_directory(Root() / "adir");
-    Put(File("exists.txt"), "x");
-    const Case cases[] = {
+    } cases[] = {
         {File("missing.txt"), u"r", ENOENT, ERROR_FILE_NOT_FOUND},
         {File("missing.txt"), u"r+", ENOENT, ERROR_FILE_NOT_FOUND},
         {File("nodir") / "f.txt", u"w", ENOENT, ERROR_PATH_NOT_FOUND},
@@ -176,10 +163,11 @@ TEST_F(StreamTest, FailuresSetErrnoAndTheLastError)
         {File("exists.txt"), u"rx", EINVAL, ERROR_INVALID_PARAMETER},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.path.string() + " " + orvtest::Narrow(c.mode));
         errno = 0;
         SetLastError(0);
-        EXPECT_EQ(nullptr, Open(c.path, c.mode)) << c.path << " " << orvtest::Narrow(c.mode);
-        EXPECT_EQ(c.err, errno) << c.path << " " << orvtest::Narrow(c.mode);
+        EXPECT_EQ(nullptr, Open(c.path, c.mode));
+        EXPECT_EQ(c.err, errno);
         EXPECT_WIN32(c.error, GetLastError());
     }
     errno = 0;
@@ -187,18 +175,15 @@ TEST_F(StreamTest, FailuresSetErrnoAndTheLastError)
     EXPECT_EQ(EINVAL, errno);
     EXPECT_EQ(nullptr, _wfopen(u"x", nullptr));
     EXPECT_WIN32(ERROR_INVALID_PARAMETER, GetLastError());
-}
 
-TEST_F(StreamTest, FaultHookMatchesThePath)
-{
-    std::u16string path = WidePath(File("locked.log"));
-    pal::InjectFault("_wfopen", ERROR_SHARING_VIOLATION, 0, path.c_str());
+    // An injected fault matches the path, and sets errno as the error would.
+    pal::InjectFault("_wfopen", ERROR_SHARING_VIOLATION, 0,
+                     orvtest::Wide(File("locked.log").string()).c_str());
     errno = 0;
-    EXPECT_EQ(nullptr, _wfopen(path.c_str(), u"a"));
+    EXPECT_EQ(nullptr, Open(File("locked.log"), u"a"));
     EXPECT_WIN32(ERROR_SHARING_VIOLATION, GetLastError());
     EXPECT_EQ(EACCES, errno);
     EXPECT_FALSE(std::filesystem::exists(File("locked.log")));
-
     FILE* other = Open(File("other.log"), u"w");
     ASSERT_NE(nullptr, other);
     std::fclose(other);
@@ -222,16 +207,6 @@ TEST_F(StreamTest, FputwsWritesUtf8)
 
     EXPECT_EQ(EOF, fputws(static_cast<const WCHAR*>(nullptr), stdout));
     EXPECT_EQ(EOF, fputws(u"x", nullptr));
-}
-
-TEST_F(StreamTest, WideFileNames)
-{
-    std::u16string path = WidePath(Root()) + u"/r\u00E9sum\u00E9 \u65E5\u672C.txt";
-    FILE* stream = _wfopen(path.c_str(), u"w");
-    ASSERT_NE(nullptr, stream);
-    std::fclose(stream);
-    EXPECT_TRUE(
-        std::filesystem::exists(Root() / "r\xC3\xA9sum\xC3\xA9 \xE6\x97\xA5\xE6\x9C\xAC.txt"));
 }
 
 } // namespace

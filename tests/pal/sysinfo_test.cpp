@@ -11,22 +11,34 @@ using SysInfoTest = orvtest::PalTest;
 
 constexpr DWORD kUntouched = 0xDEADBEEF;
 
-TEST_F(SysInfoTest, VersionFromTheDefaultProfile)
+// A record filled with 0xAB before the call, so that fields left alone show.
+OSVERSIONINFOEXW GetVersionRecord(DWORD dwSize)
 {
-    OSVERSIONINFOW info{};
-    info.dwOSVersionInfoSize = sizeof(info);
+    OSVERSIONINFOEXW info;
+    std::memset(&info, 0xAB, sizeof(info));
+    info.dwOSVersionInfoSize = dwSize;
     SetLastError(kUntouched);
-    ASSERT_TRUE(GetVersionExW(&info));
+    EXPECT_TRUE(GetVersionExW(reinterpret_cast<LPOSVERSIONINFOW>(&info)));
     EXPECT_WIN32(kUntouched, GetLastError());
+    return info;
+}
+
+TEST_F(SysInfoTest, PlainRecordGetsTheDefaultVersionAndNoExtendedFields)
+{
+    OSVERSIONINFOEXW info = GetVersionRecord(sizeof(OSVERSIONINFOW));
     EXPECT_EQ(276u, info.dwOSVersionInfoSize);
     EXPECT_EQ(10u, info.dwMajorVersion);
     EXPECT_EQ(0u, info.dwMinorVersion);
     EXPECT_EQ(20348u, info.dwBuildNumber);
     EXPECT_EQ(static_cast<DWORD>(VER_PLATFORM_WIN32_NT), info.dwPlatformId);
     EXPECT_EQ(0, info.szCSDVersion[0]);
+    EXPECT_EQ(0xABAB, info.wServicePackMajor);
+    EXPECT_EQ(0xABAB, info.wSuiteMask);
+    EXPECT_EQ(0xAB, info.wProductType);
+    EXPECT_EQ(0xAB, info.wReserved);
 }
 
-TEST_F(SysInfoTest, ExtendedRecordGetsTheExtendedFields)
+TEST_F(SysInfoTest, ExtendedRecordGetsTheExtendedFieldsOfTheProfile)
 {
     pal::HostProfile profile;
     profile.dwMajorVersion = 6;
@@ -37,11 +49,7 @@ TEST_F(SysInfoTest, ExtendedRecordGetsTheExtendedFields)
     profile.wSuiteMask = 0x0112;
     profile.wProductType = VER_NT_WORKSTATION;
     pal::SetHostProfile(profile);
-
-    OSVERSIONINFOEXW info;
-    std::memset(&info, 0xAB, sizeof(info));
-    info.dwOSVersionInfoSize = sizeof(info);
-    ASSERT_TRUE(GetVersionExW(reinterpret_cast<LPOSVERSIONINFOW>(&info)));
+    OSVERSIONINFOEXW info = GetVersionRecord(sizeof(OSVERSIONINFOEXW));
     EXPECT_EQ(6u, info.dwMajorVersion);
     EXPECT_EQ(1u, info.dwMinorVersion);
     EXPECT_EQ(7601u, info.dwBuildNumber);
@@ -53,20 +61,7 @@ TEST_F(SysInfoTest, ExtendedRecordGetsTheExtendedFields)
     EXPECT_EQ(0, info.wReserved);
 }
 
-TEST_F(SysInfoTest, PlainRecordLeavesTheExtendedFieldsAlone)
-{
-    OSVERSIONINFOEXW info;
-    std::memset(&info, 0xAB, sizeof(info));
-    info.dwOSVersionInfoSize = sizeof(OSVERSIONINFOW);
-    ASSERT_TRUE(GetVersionExW(reinterpret_cast<LPOSVERSIONINFOW>(&info)));
-    EXPECT_EQ(10u, info.dwMajorVersion);
-    EXPECT_EQ(0xABAB, info.wServicePackMajor);
-    EXPECT_EQ(0xABAB, info.wSuiteMask);
-    EXPECT_EQ(0xAB, info.wProductType);
-    EXPECT_EQ(0xAB, info.wReserved);
-}
-
-TEST_F(SysInfoTest, AnyOtherSizeFailsWithInsufficientBuffer)
+TEST_F(SysInfoTest, OtherSizesTheProfileErrorAndFaultsMakeItFail)
 {
     for (DWORD size : {0u, 1u, 148u, 275u, 277u, 283u, 285u, 552u}) {
         OSVERSIONINFOEXW info{};
@@ -76,10 +71,7 @@ TEST_F(SysInfoTest, AnyOtherSizeFailsWithInsufficientBuffer)
         EXPECT_WIN32(ERROR_INSUFFICIENT_BUFFER, GetLastError());
         EXPECT_EQ(0u, info.dwMajorVersion);
     }
-}
 
-TEST_F(SysInfoTest, ProfileErrorAndFaultHookMakeItFail)
-{
     pal::HostProfile profile;
     profile.dwGetVersionExError = ERROR_ACCESS_DENIED;
     pal::SetHostProfile(profile);
@@ -95,7 +87,7 @@ TEST_F(SysInfoTest, ProfileErrorAndFaultHookMakeItFail)
     EXPECT_TRUE(GetVersionExW(&info));
 }
 
-TEST_F(SysInfoTest, SystemInfoFromTheProfile)
+TEST_F(SysInfoTest, SystemInfoFromTheProfileWithOneMaskBitPerProcessor)
 {
     for (auto fill : {&GetSystemInfo, &GetNativeSystemInfo}) {
         SYSTEM_INFO info;
@@ -111,25 +103,18 @@ TEST_F(SysInfoTest, SystemInfoFromTheProfile)
         EXPECT_EQ(DWORD_PTR(0x3), info.dwActiveProcessorMask);
         EXPECT_EQ(8664u, info.dwProcessorType);
     }
-}
 
-TEST_F(SysInfoTest, ProcessorMaskHasOneBitPerProcessor)
-{
-    struct Case
-    {
-        DWORD count;
-        DWORD_PTR mask;
-    };
-    for (Case c :
-         {Case{1, 0x1}, Case{4, 0xF}, Case{63, 0x7FFFFFFFFFFFFFFF}, Case{64, ~DWORD_PTR(0)}}) {
+    const std::pair<DWORD, DWORD_PTR> masks[] = {
+        {1, 0x1}, {4, 0xF}, {63, 0x7FFFFFFFFFFFFFFF}, {64, ~DWORD_PTR(0)}};
+    for (auto [count, mask] : masks) {
         pal::HostProfile profile;
-        profile.dwNumberOfProcessors = c.count;
+        profile.dwNumberOfProcessors = count;
         profile.wProcessorArchitecture = PROCESSOR_ARCHITECTURE_INTEL;
         pal::SetHostProfile(profile);
         SYSTEM_INFO info{};
         GetNativeSystemInfo(&info);
-        EXPECT_EQ(c.count, info.dwNumberOfProcessors);
-        EXPECT_EQ(c.mask, info.dwActiveProcessorMask) << c.count;
+        EXPECT_EQ(count, info.dwNumberOfProcessors);
+        EXPECT_EQ(mask, info.dwActiveProcessorMask) << count;
         EXPECT_EQ(PROCESSOR_ARCHITECTURE_INTEL, info.u.s.wProcessorArchitecture);
     }
 }
