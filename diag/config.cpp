@@ -213,6 +213,8 @@ DWORD WINAPI CConfig::RegThread(LPVOID)
         LONG lError = RegNotifyChangeKeyValue(sm_hNotifyKey, TRUE, REG_NOTIFY_CHANGE_LAST_SET,
                                               sm_hChangeEvent, TRUE);
         if (lError != ERROR_SUCCESS) {
+            // The line has always carried the thread's last error, not the returned code; keep
+            // it so that existing trace readers see the same field.
             TRACE(TRACE_LEVEL_ERROR, W("RegNotifyChangeKeyValue FAILED [dwError=0x%08x]\n"),
                   GetLastError());
             break;

@@ -13,16 +13,9 @@ namespace {
 
 using ModuleTest = orvtest::PalTest;
 
-constexpr DWORD kUntouched = 0xDEADBEEF;
+constexpr DWORD kUntouched = orvtest::LAST_ERROR_UNTOUCHED;
 
 // Checks that `call` returns `result` and leaves `error` as the last error.
-#define EXPECT_CALL_ERROR(result, error, call)                                                     \
-    do {                                                                                           \
-        SetLastError(kUntouched);                                                                  \
-        EXPECT_EQ(result, call);                                                                   \
-        EXPECT_WIN32(error, GetLastError());                                                       \
-    } while (0)
-
 int g_notAModule;
 const HMODULE kNotAModule = reinterpret_cast<HMODULE>(&g_notAModule);
 

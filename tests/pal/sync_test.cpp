@@ -18,16 +18,9 @@ using EventTest = orvtest::PalTest;
 using WaitTest = orvtest::PalTest;
 using ProcessThreadsTest = orvtest::PalTest;
 
-constexpr DWORD kDirty = 0xDEADBEEF;
+constexpr DWORD kDirty = orvtest::LAST_ERROR_UNTOUCHED;
 
 // Checks that `call` returns `result` and leaves `error` as the last error.
-#define EXPECT_CALL_ERROR(result, error, call)                                                     \
-    do {                                                                                           \
-        SetLastError(kDirty);                                                                      \
-        EXPECT_EQ(result, call);                                                                   \
-        EXPECT_WIN32(error, GetLastError());                                                       \
-    } while (0)
-
 HANDLE FakeHandle(ULONG_PTR value)
 {
     return reinterpret_cast<HANDLE>(value);

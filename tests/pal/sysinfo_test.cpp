@@ -9,7 +9,7 @@ namespace {
 
 using SysInfoTest = orvtest::PalTest;
 
-constexpr DWORD kUntouched = 0xDEADBEEF;
+constexpr DWORD kUntouched = orvtest::LAST_ERROR_UNTOUCHED;
 
 // A record filled with 0xAB before the call, so that fields left alone show.
 OSVERSIONINFOEXW GetVersionRecord(DWORD dwSize)

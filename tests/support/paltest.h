@@ -2,6 +2,7 @@
 // boxes, and the platform's clock and faults reset before and after the test.
 #pragma once
 
+#include "pal/errhandlingapi.h"
 #include "pal/palcontrol.h"
 #include "pal/windef.h"
 #include "pal/winerror.h"
@@ -35,6 +36,9 @@ private:
 bool WaitUntil(const std::function<bool()>& condition,
                std::chrono::milliseconds timeout = std::chrono::seconds(20));
 
+// A last error that no platform call sets, to see whether a call touched it.
+inline constexpr DWORD LAST_ERROR_UNTOUCHED = 0xDEADBEEF;
+
 // HRESULTs and Win32 error codes printed as 0x%08X in assertion messages.
 std::string HexCode(DWORD value);
 ::testing::AssertionResult HrEqual(const char* expectedExpr, const char* actualExpr,
@@ -58,3 +62,12 @@ inline std::u16string Wide(std::string_view s)
 #define EXPECT_WIN32(expected, actual)                                                             \
     EXPECT_PRED_FORMAT2(::orvtest::HrEqual, static_cast<HRESULT>(expected),                        \
                         static_cast<HRESULT>(actual))
+
+// Calls `call` with the last error set to LAST_ERROR_UNTOUCHED and checks both its result and the
+// last error it leaves.
+#define EXPECT_CALL_ERROR(result, error, call)                                                     \
+    do {                                                                                           \
+        SetLastError(::orvtest::LAST_ERROR_UNTOUCHED);                                             \
+        EXPECT_EQ(result, call);                                                                   \
+        EXPECT_WIN32(error, GetLastError());                                                       \
+    } while (0)
