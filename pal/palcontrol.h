@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+struct sqlite3;
+
 namespace pal {
 
 // ---- Clock --------------------------------------------------------------------------------
@@ -76,12 +78,12 @@ struct HostProfile
     DWORD dwMajorVersion = 10;
     DWORD dwMinorVersion = 0;
     DWORD dwBuildNumber = 20348;
-    DWORD dwPlatformId = 2;  // VER_PLATFORM_WIN32_NT
+    DWORD dwPlatformId = 2; // VER_PLATFORM_WIN32_NT
     WORD wServicePackMajor = 0;
     WORD wServicePackMinor = 0;
-    WORD wSuiteMask = 0x0110;  // VER_SUITE_SINGLEUSERTS | VER_SUITE_TERMINAL
-    BYTE wProductType = 3;     // VER_NT_SERVER
-    WORD wProcessorArchitecture = 9;  // PROCESSOR_ARCHITECTURE_AMD64
+    WORD wSuiteMask = 0x0110;        // VER_SUITE_SINGLEUSERTS | VER_SUITE_TERMINAL
+    BYTE wProductType = 3;           // VER_NT_SERVER
+    WORD wProcessorArchitecture = 9; // PROCESSOR_ARCHITECTURE_AMD64
     DWORD dwNumberOfProcessors = 2;
     // Older systems lack GetNativeSystemInfo; GetProcAddress then fails to find it.
     bool fHasGetNativeSystemInfo = true;
@@ -96,6 +98,14 @@ HostProfile GetHostProfile();
 // until a watcher thread is listening before it makes a change.
 size_t ArmedRegistryNotifications();
 
+// ---- Databases of the machine
+// ---------------------------------------------------------------------- Opens (creating) a SQLite
+// database the way every store of the emulated machine does, so that several processes share it
+// safely: write-ahead log (retried while another process switches a fresh file to it), a 30-second
+// busy timeout, and NORMAL synchronisation (a killed process loses no committed call). Returns the
+// SQLite result code; *ppDb is null on failure.
+int OpenMachineDatabase(const std::string& path, sqlite3** ppDb);
+
 // ---- Machine root -----------------------------------------------------------------------------
 // The directory that holds the persistent state of the emulated machine: $ORVSIM_ROOT, or
 // $HOME/.orvsim when unset. Created on first use.
@@ -109,4 +119,4 @@ std::u16string Utf8ToUtf16(std::string_view s);
 // Restores every control above to its default (real clock, no faults, no capture).
 void ResetForTest();
 
-}  // namespace pal
+} // namespace pal

@@ -6,16 +6,11 @@
 
 #include "internal.h"
 
-#include <chrono>
 #include <cstdlib>
-#include <thread>
 
 namespace pal::detail::registry {
 
 namespace {
-
-// Long enough that a busy database is a sign of a hung process, not of load.
-constexpr int kBusyTimeoutMs = 30000;
 
 const char* const kSchema[] = {
     "CREATE TABLE IF NOT EXISTS keys("
@@ -178,30 +173,10 @@ const BYTE* Statement::Blob(int column, size_t* pcb) const
 std::unique_ptr<Connection> Connection::Open(const std::string& path)
 {
     sqlite3* pDb = nullptr;
-    int rc =
-        sqlite3_open_v2(path.c_str(), &pDb,
-                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
-    if (rc != SQLITE_OK) {
-        sqlite3_close(pDb);
+    int rc = pal::OpenMachineDatabase(path, &pDb);
+    if (rc != SQLITE_OK)
         throw SqlError{rc};
-    }
     std::unique_ptr<Connection> pConn(new Connection(pDb));
-    sqlite3_busy_timeout(pDb, kBusyTimeoutMs);
-    // Switching to WAL takes an exclusive lock, for which the busy handler is not always
-    // consulted: several processes opening a fresh database at once retry here.
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyTimeoutMs);
-    for (;;) {
-        rc = sqlite3_exec(pDb, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
-        if ((rc & 0xFF) != SQLITE_BUSY && (rc & 0xFF) != SQLITE_LOCKED)
-            break;
-        if (std::chrono::steady_clock::now() > deadline)
-            break;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    Check(rc);
-    // NORMAL: a commit is in the write-ahead log before the call returns, so a killed process
-    // loses nothing; only a power cut could lose the last commits (never consistency).
-    pConn->Exec("PRAGMA synchronous=NORMAL");
     pConn->Exec("PRAGMA foreign_keys=ON");
     pConn->EnsureSchema();
     return pConn;

@@ -6,18 +6,13 @@
 
 #include "pal/palcontrol.h"
 
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <mutex>
-#include <thread>
 
 namespace storagesim::detail {
 
 namespace {
-
-// Long enough that a busy database means a hung process, not load.
-constexpr int kBusyTimeoutMs = 30000;
 
 const char* const kSchema[] = {
     "CREATE TABLE IF NOT EXISTS settings(name TEXT PRIMARY KEY, value TEXT NOT NULL)",
@@ -74,29 +69,10 @@ void Check(sqlite3* pDb, int rc)
 sqlite3* Open(const std::string& path)
 {
     sqlite3* pDb = nullptr;
-    int rc =
-        sqlite3_open_v2(path.c_str(), &pDb,
-                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
-    if (rc != SQLITE_OK) {
-        std::string message = pDb ? sqlite3_errmsg(pDb) : "cannot open the storage state";
-        sqlite3_close(pDb);
-        throw CStateError{rc, message};
-    }
-    sqlite3_busy_timeout(pDb, kBusyTimeoutMs);
-    // Switching to WAL takes an exclusive lock for which the busy handler is not always
-    // consulted: processes opening a fresh database together retry here.
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyTimeoutMs);
-    for (;;) {
-        rc = sqlite3_exec(pDb, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
-        if ((rc & 0xFF) != SQLITE_BUSY && (rc & 0xFF) != SQLITE_LOCKED)
-            break;
-        if (std::chrono::steady_clock::now() > deadline)
-            break;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    int rc = pal::OpenMachineDatabase(path, &pDb);
+    if (rc != SQLITE_OK)
+        throw CStateError{rc, sqlite3_errstr(rc)};
     try {
-        Check(pDb, rc);
-        Check(pDb, sqlite3_exec(pDb, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr));
         Check(pDb, sqlite3_exec(pDb, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr));
         for (const char* sql : kSchema)
             Check(pDb, sqlite3_exec(pDb, sql, nullptr, nullptr, nullptr));
