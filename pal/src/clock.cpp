@@ -21,8 +21,8 @@ struct ClockState
         std::chrono::duration_cast<std::chrono::milliseconds>(Steady::now().time_since_epoch())
             .count());
     bool fLocalTimeSet = false;
-    std::time_t localBaseSeconds = 0;  // the set local time, as seconds of a UTC calendar
-    ULONGLONG ullLocalBaseMs = 0;      // set time's milliseconds part, plus platform ms then
+    std::time_t localBaseSeconds = 0; // the set local time, as seconds of a UTC calendar
+    ULONGLONG ullLocalBaseMs = 0;     // set time's milliseconds part, plus platform ms then
 };
 
 std::mutex g_clockLock;
@@ -30,10 +30,9 @@ ClockState g_clock;
 
 ULONGLONG PlatformMsLocked()
 {
-    auto realElapsed = std::chrono::duration_cast<std::chrono::microseconds>(Steady::now() -
-                                                                             g_clock.realBase);
-    return g_clock.ullBaseMs +
-           static_cast<ULONGLONG>(realElapsed.count()) * g_clock.dwScale / 1000;
+    auto realElapsed =
+        std::chrono::duration_cast<std::chrono::microseconds>(Steady::now() - g_clock.realBase);
+    return g_clock.ullBaseMs + static_cast<ULONGLONG>(realElapsed.count()) * g_clock.dwScale / 1000;
 }
 
 void FillSystemTime(const std::tm& tm, WORD ms, SYSTEMTIME* st)
@@ -48,7 +47,7 @@ void FillSystemTime(const std::tm& tm, WORD ms, SYSTEMTIME* st)
     st->wMilliseconds = ms;
 }
 
-}  // namespace
+} // namespace
 
 namespace pal {
 
@@ -94,7 +93,7 @@ void ResetLocalTimeForTest()
     g_clock.fLocalTimeSet = false;
 }
 
-}  // namespace pal
+} // namespace pal
 
 namespace pal::detail {
 
@@ -110,7 +109,7 @@ std::chrono::nanoseconds RealDuration(DWORD ms)
     return std::chrono::nanoseconds(static_cast<int64_t>(ms) * 1000000 / scale);
 }
 
-}  // namespace pal::detail
+} // namespace pal::detail
 
 DWORD WINAPI GetTickCount()
 {

@@ -25,7 +25,7 @@ struct ControlState
 std::mutex g_controlLock;
 ControlState g_control;
 
-}  // namespace
+} // namespace
 
 namespace pal {
 
@@ -70,8 +70,7 @@ void SetModuleFileNameForTest(const WCHAR* path)
 void SetCommandLineForTest(const WCHAR* commandLine)
 {
     std::lock_guard lock(g_controlLock);
-    g_control.commandLine =
-        commandLine ? std::optional<std::u16string>(commandLine) : std::nullopt;
+    g_control.commandLine = commandLine ? std::optional<std::u16string>(commandLine) : std::nullopt;
 }
 
 void SetHostProfile(const HostProfile& profile)
@@ -86,7 +85,10 @@ HostProfile GetHostProfile()
     return g_control.profile;
 }
 
-size_t ArmedRegistryNotifications() { return detail::registry::ArmedNotificationCount(); }
+size_t ArmedRegistryNotifications()
+{
+    return detail::registry::ArmedNotificationCount();
+}
 
 std::string MachineRoot()
 {
@@ -114,7 +116,7 @@ void ResetForTest()
     g_control = ControlState{};
 }
 
-}  // namespace pal
+} // namespace pal
 
 namespace pal::detail {
 
@@ -158,4 +160,4 @@ std::optional<std::u16string> CommandLineOverride()
     return g_control.commandLine;
 }
 
-}  // namespace pal::detail
+} // namespace pal::detail

@@ -117,7 +117,7 @@ struct CThreadErrorInfo
 };
 thread_local CThreadErrorInfo t_errorInfo;
 
-}  // namespace
+} // namespace
 
 HRESULT WINAPI GetErrorInfo(ULONG dwReserved, IErrorInfo** pperrinfo)
 {

@@ -28,7 +28,10 @@ std::atomic<ULONG> g_ulTaskAllocs{0};
 std::atomic<ULONG> g_ulNewFailAt{0};
 std::atomic<ULONG> g_ulNews{0};
 
-char16_t FoldCase(char16_t c) { return (c >= u'a' && c <= u'z') ? char16_t(c - 32) : c; }
+char16_t FoldCase(char16_t c)
+{
+    return (c >= u'a' && c <= u'z') ? char16_t(c - 32) : c;
+}
 
 bool EqualNoCase(std::u16string_view a, std::u16string_view b)
 {
@@ -40,7 +43,7 @@ bool EqualNoCase(std::u16string_view a, std::u16string_view b)
     return true;
 }
 
-}  // namespace
+} // namespace
 
 namespace pal {
 
@@ -90,7 +93,10 @@ void FailTaskAllocAt(ULONG nth)
     g_ulTaskAllocFailAt = nth;
 }
 
-ULONG TaskAllocations() { return g_ulTaskAllocs; }
+ULONG TaskAllocations()
+{
+    return g_ulTaskAllocs;
+}
 
 void FailNothrowNewAt(ULONG nth)
 {
@@ -98,9 +104,12 @@ void FailNothrowNewAt(ULONG nth)
     g_ulNewFailAt = nth;
 }
 
-ULONG NothrowNewAllocations() { return g_ulNews; }
+ULONG NothrowNewAllocations()
+{
+    return g_ulNews;
+}
 
-}  // namespace pal
+} // namespace pal
 
 namespace pal::detail {
 
@@ -123,7 +132,10 @@ bool ConsumeFault(const char* api, const WCHAR* arg, DWORD* pdwError)
     return true;
 }
 
-bool ConsumeFault(const char* api, DWORD* pdwError) { return ConsumeFault(api, nullptr, pdwError); }
+bool ConsumeFault(const char* api, DWORD* pdwError)
+{
+    return ConsumeFault(api, nullptr, pdwError);
+}
 
 bool FailIfInjected(const char* api, const WCHAR* arg)
 {
@@ -148,4 +160,4 @@ bool NothrowNewShouldFail()
     return failAt != 0 && n == failAt;
 }
 
-}  // namespace pal::detail
+} // namespace pal::detail
