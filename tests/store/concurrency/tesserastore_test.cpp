@@ -1,0 +1,198 @@
+// The store subsystem adapter against the simulated storage service: each operation's success,
+// its failure codes, and the clean-up of an abandoned set.
+#include "diag/config.h"
+#include "diag/trace.h"
+#include "provider/strings.h"
+#include "res/orvmsg.h"
+#include "sim/storage/storagesim.h"
+#include "store/tesserastore.h"
+#include "tests/support/paltest.h"
+#include "tests/support/tracetext.h"
+
+#include "pal/combaseapi.h"
+#include "pal/palcontrol.h"
+
+#include <memory>
+#include <string>
+
+namespace {
+
+using orvtest::Narrow;
+using orvtest::TakeTraceText;
+
+std::string Text(LPCWSTR psz)
+{
+    return psz != nullptr ? Narrow(reinterpret_cast<const char16_t*>(psz)) : "(null)";
+}
+
+class TesseraStoreTest : public orvtest::PalTest
+{
+protected:
+    void SetUp() override
+    {
+        orvtest::PalTest::SetUp();
+        CConfig::ResetForTest();
+        ASSERT_HR(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+        ASSERT_HR(S_OK, m_service.Start());
+        AddEntry(W("E:\\"), W("/vol/vol1/lun1"));
+    }
+    void TearDown() override
+    {
+        m_store.reset();
+        EXPECT_TRUE(orvtest::WaitUntil([] { return storagesim::ActiveCreationCount() == 0; }));
+        m_entries.Clear();
+        m_service.Stop();
+        CoUninitialize();
+        CConfig::ResetForTest();
+        orvtest::PalTest::TearDown();
+    }
+
+    void AddEntry(LPCWSTR pszDrive, LPCWSTR pszPath)
+    {
+        auto* pEntry = new CSnapshotEntry;
+        ASSERT_TRUE(pEntry->SetSourceLunInfo(W("ORVANE"), W("LUN"), W("9.1"), W("serial"), pszPath,
+                                             pszDrive));
+        pEntry->SetFiler(DuplicateString(W("verdane01")));
+        m_entries.AddTail(pEntry);
+    }
+
+    // The set's pairs, handed to the store; freed here only when the preparation failed.
+    HRESULT Prepare()
+    {
+        LC_PAIR_ARRAY pairs{1, static_cast<LC_PAIR*>(CoTaskMemAlloc(sizeof(LC_PAIR)))};
+        pairs.Pairs[0] =
+            LC_PAIR{DuplicateString(W("verdane01")), DuplicateString(W("/vol/vol1/lun1")),
+                    DuplicateString(W("")), DuplicateString(W("E:\\")), 0};
+        HRESULT hr = m_store->PrepareSnapshot(W("snap"), &m_entries, &pairs, 2);
+        if (FAILED(hr)) {
+            LC_PAIR& pair = pairs.Pairs[0];
+            for (LPWSTR psz : {pair.Filer, pair.LunPath, pair.Clone, pair.Device})
+                CoTaskMemFree(psz);
+            CoTaskMemFree(pairs.Pairs);
+        }
+        return hr;
+    }
+
+    static storagesim::StateView State()
+    {
+        storagesim::StateView view;
+        EXPECT_HR(S_OK, storagesim::ReadState(&view));
+        return view;
+    }
+    static bool HasSnapshot(const std::string& name = "snap")
+    {
+        for (const auto& s : State().snapshots) {
+            if (s.lunPath == "/vol/vol1/lun1" && s.name == name)
+                return true;
+        }
+        return false;
+    }
+    static size_t TargetLunCount()
+    {
+        size_t count = 0;
+        for (const auto& lun : State().luns)
+            count += lun.snapshot.empty() ? 0 : 1;
+        return count;
+    }
+
+    storagesim::CStorageService m_service;
+    std::unique_ptr<IStoreSubsystem> m_store{new CTesseraStoreSubSystem};
+    CLinkedList<CSnapshotEntry> m_entries;
+};
+
+TEST_F(TesseraStoreTest, SnapshotAndTargetLunLifecycle)
+{
+    EXPECT_HR(S_OK, m_store->Initialize());
+    ASSERT_HR(S_OK, Prepare());
+    EXPECT_FALSE(HasSnapshot());
+    ASSERT_HR(S_OK, m_store->CreateSnapshot());
+    EXPECT_TRUE(HasSnapshot());
+
+    CTargetLunInfo info;
+    ASSERT_HR(S_OK,
+              m_store->GetTargetLunInfo(W("verdane01"), W("/vol/vol1/lun1"), W("snap"), 0, &info));
+    EXPECT_EQ("verdane01:/vol/vol1/lun1:snap", Text(info.TargetLunPath2()));
+    EXPECT_EQ("ORVANE", Text(info.VendorId()));
+    EXPECT_EQ(0u, Text(info.TargetLunPath1()).rfind("/vol/vol1/lun1_ss", 0));
+    info.SetFilerNameAndSourceLunPath(DuplicateString(W("verdane01")),
+                                      DuplicateString(W("/vol/vol1/lun1")));
+    ASSERT_HR(S_OK, m_store->MapTargetLun(W("snap"), &info));
+    EXPECT_EQ(1u, TargetLunCount());
+
+    // Unmapping keeps the snapshot; deleting removes it, though the target LUN is gone already.
+    EXPECT_HR(S_OK, m_store->UnmapTargetLun(info.TargetLunPath1(), info.TargetLunPath2()));
+    EXPECT_EQ(0u, TargetLunCount());
+    EXPECT_TRUE(HasSnapshot());
+    TraceSetLevel(TRACE_LEVEL_ERROR);
+    EXPECT_HR(S_OK, m_store->DeleteTargetLun(info.TargetLunPath1(), info.TargetLunPath2()));
+    EXPECT_FALSE(HasSnapshot());
+    EXPECT_NE(std::string::npos,
+              TakeTraceText().find("c.pVssSupport->DeleteTargetLun FAILED [hr=0x"));
+    EXPECT_HR(E_INVALIDARG, m_store->DeleteTargetLun(W("x"), W("no-colons")));
+    EXPECT_NE(std::string::npos, TakeTraceText().find("CrackLunPath2 FAILED [hr=0x80070057]\n"));
+}
+
+TEST_F(TesseraStoreTest, FailureCodes)
+{
+    TraceSetLevel(TRACE_LEVEL_ERROR);
+    CLinkedList<CSnapshotEntry> none;
+    LC_PAIR_ARRAY pairs{0, nullptr};
+    EXPECT_HR(E_INVALIDARG, m_store->PrepareSnapshot(W("snap"), &none, &pairs, 2));
+
+    ASSERT_HR(S_OK, storagesim::SetFault("Begin_CreateSnapShot1", RPC_E_SERVERFAULT, 1));
+    EXPECT_HR(ORVPROV_E_PREPARESNAPSHOT_FAILED, Prepare());
+    ASSERT_HR(S_OK, storagesim::SetFault("CreateSnapShot1", E_ACCESSDENIED, 1));
+    ASSERT_HR(S_OK, Prepare());
+    EXPECT_HR(ORVPROV_E_CREATESNAPSHOT_FAILED, m_store->CreateSnapshot());
+    EXPECT_FALSE(HasSnapshot());
+
+    CTargetLunInfo info;
+    EXPECT_HR(
+        ORVPROV_E_GETTARGETLUNINFO_FAILED,
+        m_store->GetTargetLunInfo(W("verdane01"), W("/vol/vol1/lun1"), W("nosuch"), 1, &info));
+    ASSERT_HR(S_OK, storagesim::SetFault("CreateTargetLun", E_ACCESSDENIED, 1));
+    EXPECT_HR(ORVPROV_E_MAPTARGETLUN_FAILED, m_store->MapTargetLun(W("snap"), &info));
+
+    ASSERT_HR(S_OK, storagesim::SetFault("SetDatasetAttrib", E_ACCESSDENIED, 1));
+    EXPECT_HR(E_ACCESSDENIED, m_store->SetDatasetAttrib(W("{set}"), &m_entries));
+    EXPECT_HR(S_OK, m_store->SetDatasetAttrib(W("{set}"), &m_entries));
+    EXPECT_EQ(1u, State().datasets.size());
+
+    BOOLEAN fSupported = FALSE;
+    EXPECT_HR(S_OK, m_store->IsUnlockedCloneSupported(W("verdane01"), &fSupported));
+    EXPECT_TRUE(fSupported);
+    EXPECT_HR(S_OK, m_store->IsUnlockedCloneSupported(W("verdane02"), &fSupported));
+    EXPECT_FALSE(fSupported);
+    TakeTraceText();
+
+    // Without the service every operation that needs it fails with the activation's code.
+    pal::InjectFault("CoCreateInstance", static_cast<DWORD>(REGDB_E_CLASSNOTREG));
+    EXPECT_HR(REGDB_E_CLASSNOTREG, m_store->IsUnlockedCloneSupported(W("verdane01"), &fSupported));
+    EXPECT_HR(REGDB_E_CLASSNOTREG, m_store->SetDatasetAttrib(W("{set}"), &m_entries));
+    EXPECT_HR(REGDB_E_CLASSNOTREG,
+              m_store->DeleteTargetLun(W("/t"), W("verdane01:/vol/vol1/lun1:snap")));
+    pal::ClearFaults();
+    EXPECT_NE(std::string::npos, TakeTraceText().find("GetVssSupport FAILED [hr=0x80040154]\n"));
+}
+
+TEST_F(TesseraStoreTest, CancelRemovesWhatTheSetLeft)
+{
+    // A set cut before: its snapshot is deleted by filer, source path and name.
+    ASSERT_HR(S_OK, Prepare());
+    ASSERT_HR(S_OK, m_store->CreateSnapshot());
+    ASSERT_TRUE(HasSnapshot());
+    TraceSetLevel(TRACE_LEVEL_INFO);
+    TakeTraceText();
+    EXPECT_HR(S_OK, m_store->CancelSnapshot(W("snap"), &m_entries));
+    EXPECT_FALSE(HasSnapshot());
+    EXPECT_NE(std::string::npos,
+              TakeTraceText().find("Empty targetlunpath and targetlunpath2, do DeleteSnapShot\n"));
+
+    // A set held at its cut: the creation is abandoned and nothing is left.
+    ASSERT_HR(S_OK, Prepare());
+    EXPECT_HR(S_OK, m_store->CancelSnapshot(W("snap"), &m_entries));
+    EXPECT_FALSE(HasSnapshot());
+    EXPECT_TRUE(orvtest::WaitUntil([] { return storagesim::ActiveCreationCount() == 0; }));
+}
+
+} // namespace
