@@ -124,8 +124,8 @@ TEST_F(MappedLunsTest, SaveOverwriteDelete)
     EXPECT_FALSE(HasRecord(u"SER000000001"));
     EXPECT_HR(HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND),
               m_store.DeleteMappedLunDetails(W("SER000000001")));
-    EXPECT_EQ("    regKey.DeleteSubKey of regkey " + kBase + " FAILED [error=2]\n",
-              TakeTraceText());
+    EXPECT_NE(std::string::npos, TakeTraceText().find("regKey.DeleteSubKey of regkey " + kBase +
+                                                      " FAILED [error=2]\n"));
 }
 
 TEST_F(MappedLunsTest, SaveFailures)
@@ -141,13 +141,13 @@ TEST_F(MappedLunsTest, SaveFailures)
         bool fRecord;
         std::string filer;
     } rows[] = {
-        {"RegCreateKeyExW", 0, base, "    regKey.Open on " + kBase + " regkey FAILED [error=5]\n",
+        {"RegCreateKeyExW", 0, base, "regKey.Open on " + kBase + " regkey FAILED [error=5]\n",
          false, "(no key)"},
         {"RegCreateKeyExW", 0, record,
-         "    regKey.Create or Count setting on " + kBase + " regkey FAILED [error=5]\n", false,
+         "regKey.Create or Count setting on " + kBase + " regkey FAILED [error=5]\n", false,
          "(no key)"},
         // The third value fails: the first two stay written.
-        {"RegSetValueExW", 3, u"", "    regKey.SetValue in " + kBase + " regkey FAILED [error=5]\n",
+        {"RegSetValueExW", 3, u"", "regKey.SetValue in " + kBase + " regkey FAILED [error=5]\n",
          true, "verdane01"},
     };
     for (const auto& row : rows) {
@@ -156,7 +156,7 @@ TEST_F(MappedLunsTest, SaveFailures)
                          row.arg.empty() ? nullptr : L(row.arg));
         EXPECT_HR(E_ACCESSDENIED, Save(u"SER000000002"));
         pal::ClearFaults();
-        EXPECT_EQ(row.line, TakeTraceText());
+        EXPECT_NE(std::string::npos, TakeTraceText().find(row.line));
         EXPECT_EQ(row.fRecord, HasRecord(u"SER000000002"));
         EXPECT_EQ(row.filer, Value(u"SER000000002", W("FilerName")));
         if (row.fRecord) {
@@ -169,7 +169,8 @@ TEST_F(MappedLunsTest, RefreshAddsConfirmedRecordsAndDropsTheOthers)
 {
     CLinkedList<CTargetLunInfo> map;
     EXPECT_HR(HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND), m_store.UpdateMappedTargetLuns(&map));
-    EXPECT_EQ("    regKey.Open on " + kBase + " regkey FAILED [error=2]\n", TakeTraceText());
+    EXPECT_NE(std::string::npos,
+              TakeTraceText().find("regKey.Open on " + kBase + " regkey FAILED [error=2]\n"));
 
     const std::u16string serial = MakeTargetLun();
     ASSERT_HR(S_OK, Save(u"GONE00000001", u"nosuchsnap"));
@@ -232,7 +233,7 @@ TEST_F(MappedLunsTest, ALongSnapshotNameStopsTheRefresh)
         EXPECT_EQ(row.expected != S_OK, HasRecord(u"LONG00000001")) << row.cch;
     }
     EXPECT_NE(std::string::npos,
-              TakeTraceText().find("    regKey.Open on " + kBase +
+              TakeTraceText().find("regKey.Open on " + kBase +
                                    "\\LONG00000001 regkey FAILED [error=234]\n"));
 }
 
