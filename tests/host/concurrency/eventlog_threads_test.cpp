@@ -112,13 +112,14 @@ TEST_F(EventLogWriterThreadsTest, FailedReportsTraceUnderTheReportLockWithoutDea
     // Trace writes and level changes, each under the trace lock alone.
     for (int t = 0; t < 2; ++t)
         threads.emplace_back([&fStop, &cTraced, t] {
-            while (!fStop) {
+            // At least once, even when the reporters finish before this thread is scheduled.
+            do {
                 if (t == 0)
                     TraceSetLevel(TRACE_LEVEL_ERROR);
                 else
                     TraceW(W("another thread's line\n"));
                 ++cTraced;
-            }
+            } while (!fStop);
         });
     for (int t = 0; t < kThreads / 2; ++t)
         threads[static_cast<size_t>(t)].join();
