@@ -15,5 +15,6 @@
 #include "pal/fileapi.h"
 #include "pal/stringapiset.h"
 #include "pal/winbase.h"
+#include "pal/eventlog.h"
 #include "pal/winreg.h"
 #include "pal/winuser.h"
