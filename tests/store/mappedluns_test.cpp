@@ -217,6 +217,42 @@ TEST_F(MappedLunsTest, RefreshAddsConfirmedRecordsAndDropsTheOthers)
     EXPECT_TRUE(HasRecord(serial));
 }
 
+// Out of memory in the refresh itself, counted from the call: E_OUTOFMEMORY without an error
+// line, nothing added to the map, the record kept.
+TEST_F(MappedLunsTest, RefreshOutOfMemory)
+{
+    const struct
+    {
+        const char* name;
+        ULONG nthNew;
+        ULONG nthTask;
+    } rows[] = {
+        {"record buffer", 2, 0}, // after the service object
+        {"map record", 3, 0},    // after the record buffer
+        {"first copy", 0, 8},    // after the service's answer (the block and six strings)
+        {"last copy", 0, 17},    // the tenth copy
+    };
+    const std::u16string serial = MakeTargetLun();
+    ASSERT_HR(S_OK, Save(serial));
+    TraceSetLevel(TRACE_LEVEL_ERROR);
+    TakeTraceText();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        CLinkedList<CTargetLunInfo> map;
+        pal::FailNothrowNewAt(row.nthNew);
+        pal::FailTaskAllocAt(row.nthTask);
+        EXPECT_HR(E_OUTOFMEMORY, m_store.UpdateMappedTargetLuns(&map));
+        pal::FailNothrowNewAt(0);
+        pal::FailTaskAllocAt(0);
+        EXPECT_EQ("", TakeTraceText());
+        EXPECT_EQ(0u, map.GetCount());
+        EXPECT_TRUE(HasRecord(serial));
+    }
+    CLinkedList<CTargetLunInfo> map;
+    EXPECT_HR(S_OK, m_store.UpdateMappedTargetLuns(&map));
+    EXPECT_EQ(1u, map.GetCount());
+}
+
 TEST_F(MappedLunsTest, ALongSnapshotNameStopsTheRefresh)
 {
     const struct

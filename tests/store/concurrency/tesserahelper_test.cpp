@@ -92,7 +92,7 @@ protected:
         CSetPairs pairs(filer, u"/vol/vol1/lun1");
         // An allocation fault applies to the helper only, not to the test's own records.
         pal::FailTaskAllocAt(nthAllocation);
-        pal::FailNothrowNewAt(nthAllocation);
+        pal::FailNothrowNewAt(m_nthNew != 0 ? m_nthNew : nthAllocation);
         HRESULT hr = helper.PrepareSnapshot(&driveNames, reinterpret_cast<LPCWSTR>(name),
                                             pairs.Get(), dwKind);
         pal::FailTaskAllocAt(0);
@@ -120,6 +120,8 @@ protected:
 
     storagesim::CStorageService m_service;
     DWORD m_dwLevel = 0;
+    // The `new (std::nothrow)` that fails in the next Prepare only; 0: none.
+    ULONG m_nthNew = 0;
 };
 
 TEST_F(TesseraHelperTest, DataWrittenBeforeTheCommitIsInTheSnapshotDataAfterItIsNot)
@@ -261,6 +263,46 @@ TEST_F(TesseraHelperTest, SynchronousMode)
     EXPECT_TRUE(Contains(TakeTraceText(), "CreateSnapShot FAILED [hr=0x80070005]\n"));
 }
 
+// The sink's hand-off failing on the service's callback thread. The creation starts late so
+// that the helper's own wait is the first WaitForSingleObject.
+TEST_F(TesseraHelperTest, FailingHandoffAbandonsTheCreation)
+{
+    struct Row
+    {
+        const char* api;
+        ULONG nth;
+        HRESULT prepare;
+        HRESULT commit;
+        const char* line;
+    };
+    const Row rows[] = {
+        {"SetEvent", 1, E_UNEXPECTED, S_OK, "SetEvent FAILED [dwError=0x00000006]\n"},
+        {"WaitForSingleObject", 2, S_OK, TESSERA_E_CREATION_ABANDONED,
+         "WaitForSingleObject FAILED [dwError=0x00000006]\n"},
+    };
+    SetConfig(&CConfig::sm_dwMaxTesseraWait, 1);
+    TraceSetLevel(TRACE_LEVEL_ERROR);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.api);
+        ASSERT_HR(S_OK, storagesim::SetDelay("CreateSnapShot1", 200, 1));
+        pal::InjectFault(row.api, ERROR_INVALID_HANDLE, row.nth);
+        CTesseraHelper helper(1);
+        EXPECT_HR(row.prepare, Prepare(helper));
+        std::string text;
+        EXPECT_TRUE(orvtest::WaitUntil([&text, &row] {
+            text += TakeTraceText();
+            return Contains(text, row.line);
+        })) << text;
+        EXPECT_EQ(1u, pal::FaultHits(row.api));
+        pal::ClearFaults();
+        EXPECT_HR(row.commit, helper.CreateSnapshot());
+        EXPECT_FALSE(HasSnapshot());
+        EXPECT_TRUE(orvtest::WaitUntil([] { return storagesim::LiveObjectCount() == 0; }));
+        TakeTraceText();
+    }
+    SetConfig(&CConfig::sm_dwMaxTesseraWait, 600);
+}
+
 TEST_F(TesseraHelperTest, FailingCreationComesBackFromTheCommit)
 {
     ASSERT_HR(S_OK, storagesim::SetFault("CreateSnapShot1", E_ACCESSDENIED, 1));
@@ -315,6 +357,32 @@ TEST_F(TesseraHelperTest, EveryFailingStepCleansUp)
     pal::ClearFaults();
     EXPECT_TRUE(Contains(TakeTraceText(), "CoCreateInstance for ISnapShot FAILED [hr=0x80040154]\n"
                                           "    Initialize FAILED [hr=0x80040154]\n"));
+
+    // Failing `new (std::nothrow)` in asynchronous mode, up to the sink's creation: every step
+    // ahead of the service call cleans up.
+    TraceSetLevel(TRACE_LEVEL_ERROR);
+    const std::string kSinkLine =
+        "CComObject<CSnapshotEventSink>::CreateInstance FAILED [hr=0x8007000e]\n";
+    bool fSinkFailed = false;
+    for (ULONG nth = 1; nth < 50 && !fSinkFailed; nth++) {
+        SCOPED_TRACE(nth);
+        m_nthNew = nth;
+        CTesseraHelper helper(1);
+        HRESULT hr = Prepare(helper);
+        m_nthNew = 0;
+        const std::string text = TakeTraceText();
+        fSinkFailed = Contains(text, kSinkLine);
+        if (fSinkFailed) {
+            EXPECT_HR(E_OUTOFMEMORY, hr);
+        }
+        if (SUCCEEDED(hr)) {
+            EXPECT_HR(S_OK, helper.CancelSnapshot());
+        }
+        EXPECT_TRUE(orvtest::WaitUntil([] { return storagesim::ActiveCreationCount() == 0; }));
+        EXPECT_EQ(0u, storagesim::LiveObjectCount());
+        EXPECT_HR(S_OK, helper.CreateSnapshot());
+    }
+    EXPECT_TRUE(fSinkFailed);
 
     // Allocation failures until the preparation goes through. Synchronous mode only: in
     // asynchronous mode the service allocates on its own threads while the preparation waits.

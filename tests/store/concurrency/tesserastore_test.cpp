@@ -20,6 +20,10 @@ namespace {
 using orvtest::Narrow;
 using orvtest::TakeTraceText;
 
+// The task allocation of the second path in GetTargetLunInfo, counted from the call: after the
+// service's answer (the block and its six strings).
+constexpr ULONG kPath2Allocation = 8;
+
 std::string Text(LPCWSTR psz)
 {
     return psz != nullptr ? Narrow(reinterpret_cast<const char16_t*>(psz)) : "(null)";
@@ -63,7 +67,11 @@ protected:
         pairs.Pairs[0] =
             LC_PAIR{DuplicateString(W("verdane01")), DuplicateString(W("/vol/vol1/lun1")),
                     DuplicateString(W("")), DuplicateString(W("E:\\")), 0};
+        pal::FailTaskAllocAt(m_nthTask);
+        pal::FailNothrowNewAt(m_nthNew);
         HRESULT hr = m_store->PrepareSnapshot(W("snap"), &m_entries, &pairs, 2);
+        pal::FailTaskAllocAt(0);
+        pal::FailNothrowNewAt(0);
         if (FAILED(hr)) {
             LC_PAIR& pair = pairs.Pairs[0];
             for (LPWSTR psz : {pair.Filer, pair.LunPath, pair.Clone, pair.Device})
@@ -98,6 +106,9 @@ protected:
     storagesim::CStorageService m_service;
     std::unique_ptr<IStoreSubsystem> m_store{new CTesseraStoreSubSystem};
     CLinkedList<CSnapshotEntry> m_entries;
+    // The allocations that fail in the next Prepare only; 0: none.
+    ULONG m_nthTask = 0;
+    ULONG m_nthNew = 0;
 };
 
 TEST_F(TesseraStoreTest, SnapshotAndTargetLunLifecycle)
@@ -173,6 +184,54 @@ TEST_F(TesseraStoreTest, FailureCodes)
               m_store->DeleteTargetLun(W("/t"), W("verdane01:/vol/vol1/lun1:snap")));
     pal::ClearFaults();
     EXPECT_NE(std::string::npos, TakeTraceText().find("GetVssSupport FAILED [hr=0x80040154]\n"));
+}
+
+// Allocation failures: the code, no error line, and nothing left on the service.
+TEST_F(TesseraStoreTest, AllocationFailures)
+{
+    struct Row
+    {
+        const char* name;
+        ULONG nthTask;
+        ULONG nthNew;
+        HRESULT prepare;
+        HRESULT create; // the commit after the failed preparation
+    };
+    const Row rows[] = {
+        // The helper: reported as an invalid argument, and no helper is kept.
+        {"helper", 0, 1, E_INVALIDARG, E_UNEXPECTED},
+        // The drive names: the new helper stays, with nothing to commit.
+        {"drive names", 1, 0, E_OUTOFMEMORY, S_OK},
+    };
+    TraceSetLevel(TRACE_LEVEL_ERROR);
+    TakeTraceText();
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        m_store.reset(new CTesseraStoreSubSystem);
+        m_nthTask = row.nthTask;
+        m_nthNew = row.nthNew;
+        EXPECT_HR(row.prepare, Prepare());
+        m_nthTask = m_nthNew = 0;
+        EXPECT_EQ("", TakeTraceText());
+        EXPECT_EQ(0u, storagesim::ActiveCreationCount());
+        EXPECT_EQ(0u, storagesim::LiveObjectCount());
+        EXPECT_HR(row.create, m_store->CreateSnapshot());
+        EXPECT_FALSE(HasSnapshot());
+    }
+
+    // The target's second path: the service's answer is freed, the path stays unset.
+    ASSERT_HR(S_OK, Prepare());
+    ASSERT_HR(S_OK, m_store->CreateSnapshot());
+    CTargetLunInfo info;
+    pal::FailTaskAllocAt(kPath2Allocation);
+    EXPECT_HR(E_OUTOFMEMORY,
+              m_store->GetTargetLunInfo(W("verdane01"), W("/vol/vol1/lun1"), W("snap"), 0, &info));
+    pal::FailTaskAllocAt(0);
+    EXPECT_EQ("", TakeTraceText());
+    EXPECT_EQ(nullptr, info.TargetLunPath2());
+    EXPECT_EQ("ORVANE", Text(info.VendorId()));
+    // The creation's worker ends on its own.
+    EXPECT_TRUE(orvtest::WaitUntil([] { return storagesim::LiveObjectCount() == 0; }));
 }
 
 TEST_F(TesseraStoreTest, CancelRemovesWhatTheSetLeft)
