@@ -52,83 +52,71 @@ void ReportFailure(IVSSSupport* pVssSupport)
 }
 
 // The drives of a set, task-allocated, freed with the holder.
-class CDriveNames
+// The two service records that carry the entries' source drives: DRIVE_NAMES holds the strings
+// themselves, DRIVE_LIST holds them inside DRIVE_ENTRY elements.
+struct DRIVE_NAMES_LAYOUT
+{
+    using Record = DRIVE_NAMES;
+    using Element = LPWSTR;
+    static Element*& Array(Record& record) { return record.Names; }
+    static LPWSTR& Drive(Element& element) { return element; }
+};
+
+struct DRIVE_LIST_LAYOUT
+{
+    using Record = DRIVE_LIST;
+    using Element = DRIVE_ENTRY;
+    static Element*& Array(Record& record) { return record.Drives; }
+    static LPWSTR& Drive(Element& element) { return element.Drive; }
+};
+
+// A task-allocated array with one copy of each entry's source drive, freed with its strings on
+// every exit.
+template <typename Layout>
+class CDriveArray
 {
 public:
-    CDriveNames() { m_names = DRIVE_NAMES{0, nullptr}; }
-    ~CDriveNames()
+    CDriveArray() { std::memset(&m_record, 0, sizeof(m_record)); }
+    ~CDriveArray()
     {
-        if (m_names.Names != nullptr) {
-            for (ULONG i = 0; i < m_names.Count; i++)
-                CoTaskMemFree(m_names.Names[i]);
-            CoTaskMemFree(m_names.Names);
+        typename Layout::Element* pElements = Layout::Array(m_record);
+        if (pElements != nullptr) {
+            for (ULONG i = 0; i < m_record.Count; i++)
+                CoTaskMemFree(Layout::Drive(pElements[i]));
+            CoTaskMemFree(pElements);
         }
     }
-    CDriveNames(const CDriveNames&) = delete;
-    CDriveNames& operator=(const CDriveNames&) = delete;
+    CDriveArray(const CDriveArray&) = delete;
+    CDriveArray& operator=(const CDriveArray&) = delete;
 
     HRESULT Build(CLinkedList<CSnapshotEntry>* pEntries)
     {
         const ULONG count = pEntries->GetCount();
-        const SIZE_T cb = sizeof(LPWSTR) * count;
-        m_names.Names = static_cast<LPWSTR*>(CoTaskMemAlloc(cb));
-        if (m_names.Names == nullptr)
+        const SIZE_T cb = sizeof(typename Layout::Element) * count;
+        auto* pElements = static_cast<typename Layout::Element*>(CoTaskMemAlloc(cb));
+        if (pElements == nullptr)
             return E_OUTOFMEMORY;
-        std::memset(m_names.Names, 0, cb);
-        m_names.Count = count;
+        std::memset(pElements, 0, cb);
+        Layout::Array(m_record) = pElements;
+        m_record.Count = count;
         ULONG i = 0;
         for (pEntries->MoveFirst(); pEntries->HasCurrent() && i < count; pEntries->MoveNext()) {
-            m_names.Names[i] = DuplicateString(pEntries->Current()->SourceDrive());
-            if (m_names.Names[i] == nullptr)
+            LPWSTR& pszDrive = Layout::Drive(pElements[i]);
+            pszDrive = DuplicateString(pEntries->Current()->SourceDrive());
+            if (pszDrive == nullptr)
                 return E_OUTOFMEMORY;
             i++;
         }
         return S_OK;
     }
-    const DRIVE_NAMES* Get() const { return &m_names; }
+    typename Layout::Record* Get() { return &m_record; }
 
 private:
-    DRIVE_NAMES m_names;
+    typename Layout::Record m_record;
 };
 
-class CDriveListHolder
-{
-public:
-    CDriveListHolder() { std::memset(&m_list, 0, sizeof(m_list)); }
-    ~CDriveListHolder()
-    {
-        if (m_list.Drives != nullptr) {
-            for (ULONG i = 0; i < m_list.Count; i++)
-                CoTaskMemFree(m_list.Drives[i].Drive);
-            CoTaskMemFree(m_list.Drives);
-        }
-    }
-    CDriveListHolder(const CDriveListHolder&) = delete;
-    CDriveListHolder& operator=(const CDriveListHolder&) = delete;
-
-    HRESULT Build(CLinkedList<CSnapshotEntry>* pEntries)
-    {
-        const ULONG count = pEntries->GetCount();
-        const SIZE_T cb = sizeof(DRIVE_ENTRY) * count;
-        m_list.Drives = static_cast<DRIVE_ENTRY*>(CoTaskMemAlloc(cb));
-        if (m_list.Drives == nullptr)
-            return E_OUTOFMEMORY;
-        std::memset(m_list.Drives, 0, cb);
-        m_list.Count = count;
-        ULONG i = 0;
-        for (pEntries->MoveFirst(); pEntries->HasCurrent() && i < count; pEntries->MoveNext()) {
-            m_list.Drives[i].Drive = DuplicateString(pEntries->Current()->SourceDrive());
-            if (m_list.Drives[i].Drive == nullptr)
-                return E_OUTOFMEMORY;
-            i++;
-        }
-        return S_OK;
-    }
-    DRIVE_LIST* Get() { return &m_list; }
-
-private:
-    DRIVE_LIST m_list;
-};
+using CDriveNames = CDriveArray<DRIVE_NAMES_LAYOUT>;
+using CDriveListHolder = CDriveArray<DRIVE_LIST_LAYOUT>;
 
 bool IsEmpty(LPCWSTR psz)
 {

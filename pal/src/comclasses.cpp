@@ -90,6 +90,22 @@ HRESULT FindClassObject(REFCLSID rclsid, DWORD dwClsContext, IUnknown** ppUnk)
     return fLocalStopping ? CO_E_SERVER_STOPPING : REGDB_E_CLASSNOTREG;
 }
 
+// What both activation calls check before they use a class object: an injected fault, the
+// class context, the apartment, then the registration itself.
+HRESULT ActivateClassObject(const char* pszApi, REFCLSID rclsid, DWORD dwClsContext,
+                            IUnknown** ppUnk)
+{
+    WCHAR szClsid[40];
+    GuidText(rclsid, szClsid);
+    if (HRESULT hr = pal::detail::InjectedComFault(pszApi, szClsid); FAILED(hr))
+        return hr;
+    if ((dwClsContext & kKnownContexts) == 0)
+        return E_INVALIDARG;
+    if (!pal::detail::ComInitializedOnThread())
+        return CO_E_NOTINITIALIZED;
+    return FindClassObject(rclsid, dwClsContext, ppUnk);
+}
+
 } // namespace
 
 HRESULT WINAPI CoGetClassObject(REFCLSID rclsid, DWORD dwClsContext, LPVOID pServerInfo,
@@ -99,16 +115,8 @@ HRESULT WINAPI CoGetClassObject(REFCLSID rclsid, DWORD dwClsContext, LPVOID pSer
     if (!ppv)
         return E_INVALIDARG;
     *ppv = nullptr;
-    WCHAR szClsid[40];
-    GuidText(rclsid, szClsid);
-    if (HRESULT hr = pal::detail::InjectedComFault("CoGetClassObject", szClsid); FAILED(hr))
-        return hr;
-    if ((dwClsContext & kKnownContexts) == 0)
-        return E_INVALIDARG;
-    if (!pal::detail::ComInitializedOnThread())
-        return CO_E_NOTINITIALIZED;
     IUnknown* pUnk = nullptr;
-    HRESULT hr = FindClassObject(rclsid, dwClsContext, &pUnk);
+    HRESULT hr = ActivateClassObject("CoGetClassObject", rclsid, dwClsContext, &pUnk);
     if (FAILED(hr))
         return hr;
     hr = pUnk->QueryInterface(riid, ppv);
@@ -124,16 +132,8 @@ HRESULT WINAPI CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter, DWORD dwCl
     if (!ppv)
         return E_POINTER;
     *ppv = nullptr;
-    WCHAR szClsid[40];
-    GuidText(rclsid, szClsid);
-    if (HRESULT hr = pal::detail::InjectedComFault("CoCreateInstance", szClsid); FAILED(hr))
-        return hr;
-    if ((dwClsContext & kKnownContexts) == 0)
-        return E_INVALIDARG;
-    if (!pal::detail::ComInitializedOnThread())
-        return CO_E_NOTINITIALIZED;
     IUnknown* pUnk = nullptr;
-    HRESULT hr = FindClassObject(rclsid, dwClsContext, &pUnk);
+    HRESULT hr = ActivateClassObject("CoCreateInstance", rclsid, dwClsContext, &pUnk);
     if (FAILED(hr))
         return hr;
     IClassFactory* pFactory = nullptr;
