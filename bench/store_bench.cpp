@@ -75,17 +75,16 @@ void ReportPercentiles(benchmark::State& state, std::vector<double>& samplesUs)
 
 // The commit of one asynchronous creation: CreateSnapshot sets the event the held callback waits
 // on and blocks in Finish_CreateSnapShot1 until the service has cut the snapshot.
-void CommitHandoff(benchmark::State& state, bool fCut)
+void CommitHandoff(benchmark::State& state, storagesim::Cut cut)
 {
     if (FAILED(Machine().Start(""))) {
         state.SkipWithError("the simulated service did not start");
         return;
     }
-    // Without the cut the service answers at once after the hand-off: what is left is the
-    // client's hand-off and the call's completion, without the simulated storage's own write.
-    if (!fCut)
-        storagesim::SetFault("CreateSnapShot1", E_FAIL);
-    const HRESULT hrExpected = fCut ? S_OK : E_FAIL;
+    // With the instant cut the service answers as soon as it has the LUNs' data in hand and
+    // records the snapshot afterwards: what is measured is the client's hand-off and the call's
+    // completion, not the simulated storage's own writes.
+    storagesim::SetCut(cut);
     std::vector<double> samples;
     ULONG n = 0;
     for (auto _ : state) {
@@ -105,7 +104,7 @@ void CommitHandoff(benchmark::State& state, bool fCut)
         auto start = std::chrono::steady_clock::now();
         HRESULT hr = helper.CreateSnapshot();
         auto end = std::chrono::steady_clock::now();
-        if (hr != hrExpected) {
+        if (hr != S_OK) {
             state.SkipWithError("CreateSnapshot failed");
             break;
         }
@@ -114,18 +113,17 @@ void CommitHandoff(benchmark::State& state, bool fCut)
         samples.push_back(seconds * 1e6);
     }
     ReportPercentiles(state, samples);
-    storagesim::ClearFaults();
 }
 void BM_CommitHandoff(benchmark::State& state)
 {
-    CommitHandoff(state, true);
+    CommitHandoff(state, storagesim::Cut::kInstant);
 }
-void BM_CommitHandoffWithoutCut(benchmark::State& state)
+void BM_CommitHandoffCopyingCut(benchmark::State& state)
 {
-    CommitHandoff(state, false);
+    CommitHandoff(state, storagesim::Cut::kCopy);
 }
 BENCHMARK(BM_CommitHandoff)->UseManualTime()->Iterations(300)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_CommitHandoffWithoutCut)
+BENCHMARK(BM_CommitHandoffCopyingCut)
     ->UseManualTime()
     ->Iterations(300)
     ->Unit(benchmark::kMicrosecond);

@@ -171,7 +171,7 @@ private:
 // references are the container's, so that a client holding only the point keeps the container
 // alive, as with ATL's IConnectionPointImpl. Free-threaded: sinks may be advised, unadvised
 // and called from any thread.
-class CComConnectionPoint final : public IConnectionPoint
+class CComConnectionPoint : public IConnectionPoint
 {
 public:
     // pContainer is the object this point is a member of (not AddRef'd).
@@ -180,7 +180,7 @@ public:
     {
         InitializeCriticalSection(&m_cs);
     }
-    ~CComConnectionPoint()
+    virtual ~CComConnectionPoint()
     {
         for (ULONG i = 0; i < PAL_CONNECTION_POINT_MAX; ++i)
             if (m_rgSinks[i])

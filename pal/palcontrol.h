@@ -43,10 +43,12 @@ ULONG FaultHits(const char* api);
 
 // The task allocator (CoTaskMemAlloc, CoTaskMemRealloc, SysAllocString*) fails its Nth
 // allocation counted from now; 0 disarms. TaskAllocations counts allocations since arming.
-void FailTaskAllocAt(ULONG nth);
+// fThisThreadOnly counts only the calling thread's allocations, leaving other threads (a
+// service's, say) alone.
+void FailTaskAllocAt(ULONG nth, bool fThisThreadOnly = false);
 ULONG TaskAllocations();
 // Same for `new (std::nothrow)`, effective only in programs linked with pal_newfault.
-void FailNothrowNewAt(ULONG nth);
+void FailNothrowNewAt(ULONG nth, bool fThisThreadOnly = false);
 ULONG NothrowNewAllocations();
 
 // ---- Debugger output and message boxes ------------------------------------------------------

@@ -1,6 +1,7 @@
 // Injected failures of platform calls.
 #include "internal.h"
 #include "pal/errhandlingapi.h"
+#include "pal/processthreadsapi.h"
 
 #include <atomic>
 #include <map>
@@ -27,6 +28,15 @@ std::atomic<ULONG> g_ulTaskAllocFailAt{0};
 std::atomic<ULONG> g_ulTaskAllocs{0};
 std::atomic<ULONG> g_ulNewFailAt{0};
 std::atomic<ULONG> g_ulNews{0};
+// The only thread whose allocations count; 0: every thread's.
+std::atomic<DWORD> g_dwTaskAllocThread{0};
+std::atomic<DWORD> g_dwNewThread{0};
+
+bool CountsOnThisThread(const std::atomic<DWORD>& thread)
+{
+    DWORD dwThread = thread.load(std::memory_order_relaxed);
+    return dwThread == 0 || dwThread == GetCurrentThreadId();
+}
 
 char16_t FoldCase(char16_t c)
 {
@@ -87,9 +97,10 @@ ULONG FaultHits(const char* api)
     return it == g_faults.end() ? 0 : it->second.ulHits;
 }
 
-void FailTaskAllocAt(ULONG nth)
+void FailTaskAllocAt(ULONG nth, bool fThisThreadOnly)
 {
     g_ulTaskAllocs = 0;
+    g_dwTaskAllocThread = fThisThreadOnly ? GetCurrentThreadId() : 0;
     g_ulTaskAllocFailAt = nth;
 }
 
@@ -98,9 +109,10 @@ ULONG TaskAllocations()
     return g_ulTaskAllocs;
 }
 
-void FailNothrowNewAt(ULONG nth)
+void FailNothrowNewAt(ULONG nth, bool fThisThreadOnly)
 {
     g_ulNews = 0;
+    g_dwNewThread = fThisThreadOnly ? GetCurrentThreadId() : 0;
     g_ulNewFailAt = nth;
 }
 
@@ -148,6 +160,8 @@ bool FailIfInjected(const char* api, const WCHAR* arg)
 
 bool TaskAllocShouldFail()
 {
+    if (!CountsOnThisThread(g_dwTaskAllocThread))
+        return false;
     ULONG n = ++g_ulTaskAllocs;
     ULONG failAt = g_ulTaskAllocFailAt.load();
     return failAt != 0 && n == failAt;
@@ -156,6 +170,8 @@ bool TaskAllocShouldFail()
 bool NothrowNewShouldFail()
 {
     ULONG failAt = g_ulNewFailAt.load(std::memory_order_relaxed);
+    if (!CountsOnThisThread(g_dwNewThread))
+        return false;
     ULONG n = ++g_ulNews;
     return failAt != 0 && n == failAt;
 }

@@ -18,7 +18,7 @@ void CAsyncVssSupportCall::FinalRelease()
     Untrack();
     // A call dropped without Finish_: COM cancels it, and the service sees its client go.
     if (m_pCreation)
-        m_pCreation->Cancel();
+        m_pCreation->Release();
     m_pCreation.reset();
     FreeResults();
     if (m_pOwner)
@@ -130,6 +130,10 @@ STDMETHODIMP CAsyncVssSupportCall::Begin_CreateSnapShot1(DRIVE_LIST* pDriveList,
     std::string why;
     HRESULT hr = call.Enter();
     if (hr == S_OK) {
+        // The call object's earlier creation, finished, is let go for this one.
+        if (m_pCreation)
+            m_pCreation->Release();
+        m_pCreation.reset();
         hr = m_pOwner->BeginCreation(pDriveList, pLcPairs, pszSnapshotName, dwCreationKind,
                                      pszExclude, &m_pCreation, &why);
         hr = call.Leave(hr, why);
@@ -152,7 +156,6 @@ STDMETHODIMP CAsyncVssSupportCall::Finish_CreateSnapShot1()
     // is its end.
     m_pCreation->GiveUp();
     HRESULT hr = m_pCreation->Wait(&why);
-    m_pCreation.reset();
     // A fault of Finish_ itself stands for a reply lost after the service did its work.
     CServiceCall call(this, "Finish_CreateSnapShot1", IID_AsyncIVSSSupport, kSource,
                       "Finish_CreateSnapShot1");

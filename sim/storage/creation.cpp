@@ -72,11 +72,12 @@ void CCreation::GiveUp()
     m_changed.notify_all();
 }
 
-void CCreation::Cancel()
+void CCreation::Release()
 {
     std::lock_guard lock(m_lock);
-    m_fCancelled = true;
+    m_fCancelled = !m_fDone;
     m_fGiveUp = true;
+    m_fReleased = true;
     m_changed.notify_all();
 }
 
@@ -95,12 +96,22 @@ void CCreation::Complete(HRESULT hr, const std::string& why)
     m_changed.notify_all();
 }
 
-void CCreation::WaitForGiveUp()
+void CCreation::WaitFor(const bool& fFlag)
 {
     std::unique_lock lock(m_lock);
     // The service's stop is seen within a tenth of a second.
-    while (!m_fGiveUp && !ServiceStopping())
+    while (!fFlag && !ServiceStopping())
         m_changed.wait_for(lock, std::chrono::milliseconds(100));
+}
+
+void CCreation::WaitForGiveUp()
+{
+    WaitFor(m_fGiveUp);
+}
+
+void CCreation::WaitForRelease()
+{
+    WaitFor(m_fReleased);
 }
 
 void CCreation::Run(CVssSupport* pOwner)
@@ -119,7 +130,9 @@ void CCreation::Run(CVssSupport* pOwner)
 
     Deliver(pOwner, CEvent::kProgress, PROG_POLICY_CHECK, name, machine);
     std::string why;
-    if (HRESULT hr = CheckCreation(m_luns, m_name, m_dwKind, &why); FAILED(hr)) {
+    const bool fInstant = settings.cut == Cut::kInstant;
+    CInstantCut instant;
+    if (HRESULT hr = CheckCreation(m_luns, m_name, m_dwKind, &why, &instant.lunIds); FAILED(hr)) {
         Complete(hr, why);
         return;
     }
@@ -163,11 +176,20 @@ void CCreation::Run(CVssSupport* pOwner)
         if (FAILED(hit.hrFail)) {
             hrResult = hit.hrFail;
             why = "CreateSnapShot1 failed (injected fault)";
+        } else if (fInstant) {
+            hrResult = CaptureInstantCut(&instant, &why);
         } else {
             hrResult = CutSnapshot(m_luns, m_name, m_dwKind, &why);
         }
     }
     Complete(hrResult, why);
+    // Recorded once the client has let go of the call, so that the record's write does not
+    // compete with the client's last calls. Nobody waits for it: a failure here loses the
+    // snapshot, as a storage system that fails after its cut does.
+    if (fInstant && SUCCEEDED(hrResult)) {
+        WaitForRelease();
+        RecordInstantCut(instant, m_name, m_dwKind, nullptr);
+    }
 }
 
 } // namespace storagesim::detail

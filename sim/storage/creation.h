@@ -28,9 +28,9 @@ public:
     // The client waits in Finish_ or dropped the call: a creation stalled before its
     // hand-off gives up.
     void GiveUp();
-    // The client dropped the call without finishing it: COM cancels it, and the creation
+    // The client let go of the call. If the creation is still running COM cancels it, and it
     // stops at its next step without cutting anything.
-    void Cancel();
+    void Release();
 
     // Runs the creation on a new thread of the service, which holds pOwner until it ends.
     static void Start(const std::shared_ptr<CCreation>& pCreation, CVssSupport* pOwner);
@@ -38,8 +38,10 @@ public:
 private:
     void Run(CVssSupport* pOwner);
     void Complete(HRESULT hr, const std::string& why);
-    // Waits until the client gives up or the service stops.
+    // Wait until the client gives up (or lets go of the call) or the service stops.
+    void WaitFor(const bool& fFlag);
     void WaitForGiveUp();
+    void WaitForRelease();
     bool Cancelled();
 
     const std::vector<CCreationLun> m_luns;
@@ -51,6 +53,7 @@ private:
     bool m_fDone = false;
     bool m_fGiveUp = false;
     bool m_fCancelled = false;
+    bool m_fReleased = false;
     HRESULT m_hr = S_OK;
     std::string m_why;
 };

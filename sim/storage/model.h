@@ -62,12 +62,24 @@ HRESULT DeleteSnapshot(const std::string& filer, const std::string& lunPath,
 HRESULT SetDataset(const std::string& tag, const std::vector<std::string>& drives,
                    std::string* pWhy);
 // Checks that a creation can be made (every LUN known, the name free on each, a backup
-// snapshot possible on each filer) without making it.
+// snapshot possible on each filer) without making it; pLunIds, if given, receives the LUNs.
 HRESULT CheckCreation(const std::vector<CCreationLun>& luns, const std::string& name, DWORD dwKind,
-                      std::string* pWhy);
+                      std::string* pWhy, std::vector<LONGLONG>* pLunIds = nullptr);
 // The cut: a snapshot of every LUN of the creation, with a copy of its image as it is now.
 HRESULT CutSnapshot(const std::vector<CCreationLun>& luns, const std::string& name, DWORD dwKind,
                     std::string* pWhy);
+
+// The instant cut of a storage system whose snapshots are copy-on-write: the LUNs are resolved
+// by CheckCreation ahead of the hand-off, their data is captured at the cut, and the snapshot
+// is recorded after the creation has answered its caller.
+struct CInstantCut
+{
+    std::vector<LONGLONG> lunIds;
+    std::vector<std::string> images;
+};
+HRESULT CaptureInstantCut(CInstantCut* pCut, std::string* pWhy);
+HRESULT RecordInstantCut(const CInstantCut& cut, const std::string& name, DWORD dwKind,
+                         std::string* pWhy);
 
 struct CHostSettings
 {
@@ -75,6 +87,7 @@ struct CHostSettings
     bool fHyperVInstalled = false;
     bool fHyperVRoleEnabled = false;
     Handoff handoff = Handoff::kProgress;
+    Cut cut = Cut::kCopy;
     std::string version;
 };
 HRESULT ReadHostSettings(CHostSettings* pSettings);

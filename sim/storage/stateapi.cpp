@@ -67,6 +67,7 @@ HRESULT ReadState(StateView* pView)
         pView->fHyperVInstalled = state.Setting("hyperv_installed") == "1";
         pView->fHyperVRoleEnabled = state.Setting("hyperv_enabled") == "1";
         pView->handoff = state.Setting("handoff", "progress");
+        pView->cut = state.Setting("cut", "copy");
         auto f = state.Prepare("SELECT name, unlocked_clone, backup_snapshots FROM filers"
                                " ORDER BY id");
         while (f.Step())
@@ -126,6 +127,7 @@ std::string StateToJson(const StateView& view)
                     {"hyperVInstalled", view.fHyperVInstalled},
                     {"hyperVRoleEnabled", view.fHyperVRoleEnabled}};
     root["handoff"] = view.handoff;
+    root["cut"] = view.cut;
     root["filers"] = json::array();
     for (const auto& f : view.filers)
         root["filers"].push_back({{"name", f.name},
@@ -256,6 +258,14 @@ HRESULT SetHandoff(Handoff handoff)
     });
 }
 
+HRESULT SetCut(Cut cut)
+{
+    return WithState(true, [&](CState& state) {
+        state.SetSetting("cut", cut == Cut::kInstant ? "instant" : "copy");
+        return S_OK;
+    });
+}
+
 HRESULT SetHyperV(bool fInstalled, bool fRoleEnabled)
 {
     return WithState(true, [&](CState& state) {
@@ -278,14 +288,26 @@ HRESULT SetProductVersion(const std::string& version)
 const std::vector<std::string>& FaultableMethods()
 {
     static const std::vector<std::string> methods = {
-        "CreateInstance",           "CreateCall",
-        "CreateSnapShot",           "CreateSnapShot1",
-        "Begin_CreateSnapShot1",    "Finish_CreateSnapShot1",
-        "GetTargetLunInfo",         "CreateTargetLun",
-        "DeleteTargetLun",          "DeleteSnapShot",
-        "EnumVirtualDisks",         "SetDatasetAttrib",
-        "IsUnlockedCloneSupported", "IsHyperVInstalled",
+        "CreateInstance",
+        "CreateCall",
+        "CreateSnapShot",
+        "CreateSnapShot1",
+        "Begin_CreateSnapShot1",
+        "Finish_CreateSnapShot1",
+        "GetTargetLunInfo",
+        "CreateTargetLun",
+        "DeleteTargetLun",
+        "DeleteSnapShot",
+        "EnumVirtualDisks",
+        "SetDatasetAttrib",
+        "IsUnlockedCloneSupported",
+        "IsHyperVInstalled",
         "IsHyperVRoleEnabled",
+        "QueryInterface(ICallFactory)",
+        "QueryInterface(IConnectionPointContainer)",
+        "FindConnectionPoint",
+        "Advise",
+        "Unadvise",
     };
     return methods;
 }

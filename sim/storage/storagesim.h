@@ -84,6 +84,7 @@ struct StateView
     bool fHyperVInstalled;
     bool fHyperVRoleEnabled;
     std::string handoff;
+    std::string cut; // "copy" or "instant"
     std::vector<FilerInfo> filers;
     std::vector<LunInfo> luns; // source LUNs and target LUNs
     std::vector<SnapshotInfo> snapshots;
@@ -116,6 +117,13 @@ enum class Handoff
     kBoth,     // progress code 43, then OnKVXSnapReady
 };
 HRESULT SetHandoff(Handoff handoff);
+enum class Cut
+{
+    kCopy,    // the snapshot's records and image are written before the creation answers
+    kInstant, // copy-on-write: the data is captured at the cut and the snapshot recorded after
+              // the creation has answered; ActiveCreationCount drops once it is recorded
+};
+HRESULT SetCut(Cut cut);
 HRESULT SetHyperV(bool fInstalled, bool fRoleEnabled);
 // Kept in the state and written under "Software\Halvern\Tessera" at the next start.
 HRESULT SetProductVersion(const std::string& version);

@@ -19,6 +19,7 @@ const char* const kDefaultTopology = R"({
   "version": "3.5.1.0",
   "host": {"name": "ORVHOST01", "hyperVInstalled": true, "hyperVRoleEnabled": true},
   "handoff": "progress",
+  "cut": "copy",
   "filers": [
     {"name": "verdane01", "unlockedClone": true, "backupSnapshots": true,
      "volumes": [
@@ -106,6 +107,10 @@ HRESULT LoadTopology(CState& state, const std::string& text, const std::string& 
         if (handoff != "progress" && handoff != "ready" && handoff != "both")
             throw std::invalid_argument("handoff must be \"progress\", \"ready\" or \"both\"");
         state.SetSetting("handoff", handoff);
+        std::string cut = topology.value("cut", "copy");
+        if (cut != "copy" && cut != "instant")
+            throw std::invalid_argument("cut must be \"copy\" or \"instant\"");
+        state.SetSetting("cut", cut);
         for (const json& filer : topology.at("filers")) {
             state
                 .Prepare("INSERT INTO filers(name, unlocked_clone, backup_snapshots)"

@@ -23,7 +23,25 @@ bool EndsWith(const std::string& text, const std::string& suffix)
 
 } // namespace
 
-CVssSupport::CVssSupport() : m_point(this, IID__ISnapShotEvents) {}
+STDMETHODIMP CEventsConnectionPoint::Advise(IUnknown* pUnkSink, DWORD* pdwCookie)
+{
+    if (pdwCookie)
+        *pdwCookie = 0;
+    CServiceCall call(m_pOwner, "Advise", IID_IConnectionPoint, kVssSupportSource, "Advise");
+    if (HRESULT hr = call.Enter(); hr != S_OK)
+        return hr;
+    return CComConnectionPoint::Advise(pUnkSink, pdwCookie);
+}
+
+STDMETHODIMP CEventsConnectionPoint::Unadvise(DWORD dwCookie)
+{
+    CServiceCall call(m_pOwner, "Unadvise", IID_IConnectionPoint, kVssSupportSource, "Unadvise");
+    if (HRESULT hr = call.Enter(); hr != S_OK)
+        return hr;
+    return CComConnectionPoint::Unadvise(dwCookie);
+}
+
+CVssSupport::CVssSupport() : m_point(this, this) {}
 
 HRESULT CVssSupport::FinalConstruct()
 {
@@ -41,6 +59,19 @@ HRESULT CVssSupport::ComMapQueryInterface(REFIID iid, void** ppv)
     if (Disconnected() && ppv && !IsEqualIID(iid, IID_IUnknown)) {
         *ppv = nullptr;
         return CO_E_OBJNOTCONNECTED;
+    }
+    // The two interfaces a client asks the proxy for may be refused by injection, as a server
+    // whose proxy and stub are not registered refuses them.
+    const char* pszFault = IsEqualIID(iid, IID_ICallFactory) ? "QueryInterface(ICallFactory)"
+                           : IsEqualIID(iid, IID_IConnectionPointContainer)
+                               ? "QueryInterface(IConnectionPointContainer)"
+                               : nullptr;
+    if (pszFault && ppv) {
+        CServiceCall call(this, "QueryInterface", IID_IUnknown, kVssSupportSource, pszFault);
+        if (HRESULT hr = call.Enter(); hr != S_OK) {
+            *ppv = nullptr;
+            return hr;
+        }
     }
     return CVssSupportBase::ComMapQueryInterface(iid, ppv);
 }
@@ -282,8 +313,10 @@ STDMETHODIMP CVssSupport::FindConnectionPoint(REFIID riid, IConnectionPoint** pp
     if (!ppCP)
         return E_POINTER;
     *ppCP = nullptr;
-    if (Disconnected())
-        return CO_E_OBJNOTCONNECTED;
+    CServiceCall call(this, "FindConnectionPoint", IID_IConnectionPointContainer, kVssSupportSource,
+                      "FindConnectionPoint");
+    if (HRESULT hr = call.Enter(); hr != S_OK)
+        return hr;
     if (!IsEqualIID(riid, IID__ISnapShotEvents))
         return CONNECT_E_NOCONNECTION;
     m_point.AddRef();

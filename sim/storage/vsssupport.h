@@ -30,6 +30,20 @@ public:
     END_COM_MAP()
 };
 
+// The connection point of the snapshot events, whose Advise and Unadvise may fail by injection.
+class CEventsConnectionPoint final : public CComConnectionPoint
+{
+public:
+    CEventsConnectionPoint(IConnectionPointContainer* pContainer, const CServiceObject* pOwner)
+        : CComConnectionPoint(pContainer, IID__ISnapShotEvents), m_pOwner(pOwner)
+    {}
+    STDMETHODIMP Advise(IUnknown* pUnkSink, DWORD* pdwCookie) override;
+    STDMETHODIMP Unadvise(DWORD dwCookie) override;
+
+private:
+    const CServiceObject* m_pOwner;
+};
+
 class CVssSupport : public CVssSupportBase
 {
 public:
@@ -78,7 +92,7 @@ protected:
     void DisconnectLocked(std::vector<IUnknown*>* pToRelease) override;
 
 private:
-    CComConnectionPoint m_point;
+    CEventsConnectionPoint m_point;
 };
 
 } // namespace storagesim::detail

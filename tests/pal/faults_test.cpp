@@ -1,9 +1,11 @@
 // The fault injection that every failure-path test relies on, and the fixture's reset.
+#include "pal/combaseapi.h"
 #include "pal/errhandlingapi.h"
 #include "pal/src/internal.h"
 #include "tests/support/paltest.h"
 
 #include <new>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -55,6 +57,26 @@ TEST_F(FaultsTest, NothrowNewFailsOnlyTheArmedAllocation)
     EXPECT_EQ(3u, pal::NothrowNewAllocations());
     delete first;
     delete third;
+}
+
+TEST_F(FaultsTest, AThreadOnlyAllocationFaultLeavesOtherThreadsAlone)
+{
+    pal::FailTaskAllocAt(1, true);
+    pal::FailNothrowNewAt(1, true);
+    void* pOther = nullptr;
+    int* pOtherInt = nullptr;
+    std::thread([&] {
+        pOther = CoTaskMemAlloc(8);
+        pOtherInt = new (std::nothrow) int(1);
+    }).join();
+    EXPECT_NE(nullptr, pOther);
+    EXPECT_NE(nullptr, pOtherInt);
+    EXPECT_EQ(0u, pal::TaskAllocations());
+    EXPECT_EQ(0u, pal::NothrowNewAllocations());
+    EXPECT_EQ(nullptr, CoTaskMemAlloc(8));
+    EXPECT_EQ(nullptr, new (std::nothrow) int(2));
+    CoTaskMemFree(pOther);
+    delete pOtherInt;
 }
 
 TEST_F(FaultsTest, ResetClearsEveryControlAndTheRootIsTheTestsOwn)

@@ -38,7 +38,7 @@ TEST_F(OrvsimStorageTest, ShowListsTheDefaultMachine)
     ProcessResult r = Storage({"show"});
     ASSERT_EQ(0, r.exitCode) << r.err;
     for (const char* line :
-         {"Tessera 3.5.1.0 on ORVHOST01 (Hyper-V role enabled, hand-off progress)\n",
+         {"Tessera 3.5.1.0 on ORVHOST01 (Hyper-V role enabled, hand-off progress, cut copy)\n",
           "  verdane02  unlocked clones: no  backup snapshots: no\n",
           "  verdane01:/vol/vol1/lun1  serial HnLmC0DH4Rdx  ORVANE LUN 9.1  10240 MiB\n",
           "  E:\\  verdane01:/vol/vol1/lun1  iSCSI 2:0:0:0\n",

@@ -86,7 +86,7 @@ void PrintText(const storagesim::StateView& view, const std::vector<storagesim::
 {
     std::cout << "Tessera " << view.version << " on " << view.machine << " (Hyper-V role "
               << (view.fHyperVRoleEnabled ? "enabled" : "not enabled") << ", hand-off "
-              << view.handoff << ")\n";
+              << view.handoff << ", cut " << view.cut << ")\n";
     std::cout << "\nFilers\n";
     for (const auto& f : view.filers)
         std::cout << "  " << f.name << "  unlocked clones: " << YesNo(f.fUnlockedClone)
@@ -202,6 +202,11 @@ public:
         m_pHandoff->add_option("--times", m_lTimes, "never and twice: only the next N creations")
             ->check(CLI::PositiveNumber);
 
+        m_pCut = m_pStorage->add_subcommand(
+            "cut", "How the snapshot is cut: copy (recorded before the creation answers) or "
+                   "instant (copy-on-write, recorded just after)");
+        m_pCut->add_option("MODE", m_cut)->required()->check(CLI::IsMember({"copy", "instant"}));
+
         m_pHyperV = m_pStorage->add_subcommand("hyperv", "Set the host's Hyper-V role");
         m_pHyperV->add_option("STATE", m_hyperV)
             ->required()
@@ -235,6 +240,10 @@ public:
                         "The delay cannot be set");
         if (m_pHandoff->parsed())
             return RunHandoff();
+        if (m_pCut->parsed())
+            return Done(storagesim::SetCut(m_cut == "instant" ? storagesim::Cut::kInstant
+                                                              : storagesim::Cut::kCopy),
+                        "The cut cannot be set");
         if (m_pHyperV->parsed())
             return Done(storagesim::SetHyperV(m_hyperV != "absent", m_hyperV == "enabled"),
                         "The Hyper-V role cannot be set");
@@ -374,6 +383,7 @@ private:
     CLI::App* m_pFail = nullptr;
     CLI::App* m_pDelay = nullptr;
     CLI::App* m_pHandoff = nullptr;
+    CLI::App* m_pCut = nullptr;
     CLI::App* m_pHyperV = nullptr;
     CLI::App* m_pClear = nullptr;
     CLI::App* m_pWrite = nullptr;
@@ -387,6 +397,7 @@ private:
     LONG m_lTimes = storagesim::kEveryCall;
     DWORD m_dwDelayMs = 0;
     std::string m_handoff;
+    std::string m_cut;
     std::string m_hyperV;
     std::string m_lun;
     std::string m_drive;

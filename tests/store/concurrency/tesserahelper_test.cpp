@@ -90,9 +90,10 @@ protected:
         LPWSTR names[] = {const_cast<LPWSTR>(reinterpret_cast<LPCWSTR>(drive))};
         DRIVE_NAMES driveNames{1, names};
         CSetPairs pairs(filer, u"/vol/vol1/lun1");
-        // An allocation fault applies to the helper only, not to the test's own records.
-        pal::FailTaskAllocAt(nthAllocation);
-        pal::FailNothrowNewAt(m_nthNew != 0 ? m_nthNew : nthAllocation);
+        // An allocation fault applies to the helper only: not to the test's own records, nor to
+        // the service's threads.
+        pal::FailTaskAllocAt(nthAllocation, true);
+        pal::FailNothrowNewAt(nthAllocation, true);
         HRESULT hr = helper.PrepareSnapshot(&driveNames, reinterpret_cast<LPCWSTR>(name),
                                             pairs.Get(), dwKind);
         pal::FailTaskAllocAt(0);
@@ -120,8 +121,6 @@ protected:
 
     storagesim::CStorageService m_service;
     DWORD m_dwLevel = 0;
-    // The `new (std::nothrow)` that fails in the next Prepare only; 0: none.
-    ULONG m_nthNew = 0;
 };
 
 TEST_F(TesseraHelperTest, DataWrittenBeforeTheCommitIsInTheSnapshotDataAfterItIsNot)
@@ -159,6 +158,17 @@ TEST_F(TesseraHelperTest, DataWrittenBeforeTheCommitIsInTheSnapshotDataAfterItIs
              "pCP->Unadvise succeeded\n",
          })
         EXPECT_TRUE(Contains(text, line)) << line << "\nin:\n" << text;
+
+    // An instant cut takes the same data; its snapshot is recorded just after the commit.
+    ASSERT_HR(S_OK, storagesim::SetCut(storagesim::Cut::kInstant));
+    CTesseraHelper instant(1);
+    ASSERT_HR(S_OK, Prepare(instant, 2, u"verdane01", u"E:\\", u"instant"));
+    ASSERT_HR(S_OK, storagesim::WriteLunData(kFiler, kLun, 0, "between again!"));
+    EXPECT_HR(S_OK, instant.CreateSnapshot());
+    ASSERT_HR(S_OK, storagesim::WriteLunData(kFiler, kLun, 0, "after instant!"));
+    ASSERT_TRUE(orvtest::WaitUntil([] { return storagesim::ActiveCreationCount() == 0; }));
+    ASSERT_HR(S_OK, storagesim::ReadSnapshotData(kFiler, kLun, "instant", 0, 14, &data));
+    EXPECT_EQ("between again!", data);
 }
 
 TEST_F(TesseraHelperTest, EveryHandoffFormCutsTheSnapshot)
@@ -312,6 +322,35 @@ TEST_F(TesseraHelperTest, FailingCreationComesBackFromTheCommit)
     EXPECT_FALSE(HasSnapshot());
 }
 
+// The sink's disconnection after the commit fails at each of its steps: the failure is traced,
+// the snapshot stands and every object of the service is still released.
+TEST_F(TesseraHelperTest, FailingDisconnectionIsTracedAndReleasesEverything)
+{
+    const struct
+    {
+        const char* method;
+        HRESULT hr;
+        const char* line;
+    } rows[] = {
+        {"QueryInterface(IConnectionPointContainer)", E_NOINTERFACE,
+         "m_pConnectableObject->QueryInterface FAILED [hr=0x80004002]\n"},
+        {"FindConnectionPoint", CONNECT_E_NOCONNECTION,
+         "pCPC->FindConnectionPoint FAILED [hr=0x80040200]\n"},
+        {"Unadvise", CONNECT_E_NOCONNECTION, "pCP->Unadvise FAILED [hr=0x80040200]\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.method);
+        CTesseraHelper helper(1);
+        ASSERT_HR(S_OK, Prepare(helper, 2, u"verdane01", u"E:\\", u"snap", 0));
+        ASSERT_HR(S_OK, storagesim::SetFault(row.method, row.hr, 1));
+        EXPECT_HR(S_OK, helper.CreateSnapshot());
+        EXPECT_TRUE(Contains(TakeTraceText(), row.line));
+        EXPECT_TRUE(HasSnapshot());
+        EXPECT_TRUE(orvtest::WaitUntil([] { return storagesim::LiveObjectCount() == 0; }));
+        ASSERT_HR(S_OK, storagesim::InitializeState("", ""));
+    }
+}
+
 // Every failing step of the preparation cleans up everything: the service's objects are
 // released, the creation is dropped and the pairs stay the caller's.
 TEST_F(TesseraHelperTest, EveryFailingStepCleansUp)
@@ -329,8 +368,27 @@ TEST_F(TesseraHelperTest, EveryFailingStepCleansUp)
         {"CoCreateInstance",
          [] { pal::InjectFault("CoCreateInstance", static_cast<DWORD>(REGDB_E_CLASSNOTREG)); },
          REGDB_E_CLASSNOTREG, "CoCreateInstance for IVSSSupport FAILED [hr=0x80040154]\n"},
+        {"QueryInterface(ICallFactory)",
+         [] { storagesim::SetFault("QueryInterface(ICallFactory)", E_NOINTERFACE, 1); },
+         E_NOINTERFACE,
+         "**** Tessera COM Exception: source=Tessera.VSSSupport.1, "
+         "description=QueryInterface(ICallFactory) failed (injected fault)\n"},
         {"CreateCall", [] { storagesim::SetFault("CreateCall", E_NOINTERFACE, 1); }, E_NOINTERFACE,
          "pCallFactory->CreateCall FAILED [hr=0x80004002]\n"},
+        {"QueryInterface(IConnectionPointContainer)",
+         [] {
+             storagesim::SetFault("QueryInterface(IConnectionPointContainer)", E_NOINTERFACE, 1);
+         },
+         E_NOINTERFACE,
+         "pConnectableObject->QueryInterface for IID_IConnectionPointContainer FAILED "
+         "[hr=0x80004002]\n"},
+        {"FindConnectionPoint",
+         [] { storagesim::SetFault("FindConnectionPoint", CONNECT_E_NOCONNECTION, 1); },
+         CONNECT_E_NOCONNECTION, "FindConnectionPoint FAILED [hr=0x80040200]\n"},
+        {"Advise", [] { storagesim::SetFault("Advise", CONNECT_E_ADVISELIMIT, 1); },
+         CONNECT_E_ADVISELIMIT,
+         "Advise FAILED [hr=0x80040201]\n"
+         "        m_pSink->Register FAILED [hr=0x80040201]\n"},
         {"OpenEventW", [] { pal::InjectFault("OpenEventW", ERROR_FILE_NOT_FOUND, 2); },
          HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND), "OpenEvent FAILED [dwError=0x00000002]\n"},
         {"Begin_CreateSnapShot1",
@@ -358,45 +416,32 @@ TEST_F(TesseraHelperTest, EveryFailingStepCleansUp)
     EXPECT_TRUE(Contains(TakeTraceText(), "CoCreateInstance for ISnapShot FAILED [hr=0x80040154]\n"
                                           "    Initialize FAILED [hr=0x80040154]\n"));
 
-    // Failing `new (std::nothrow)` in asynchronous mode, up to the sink's creation: every step
-    // ahead of the service call cleans up.
+    // Allocation failures, task allocator and `new (std::nothrow)` alike, on the preparing
+    // thread until the preparation goes through: each failing one cleans up everything. In
+    // asynchronous mode the sink's creation is among them.
     TraceSetLevel(TRACE_LEVEL_ERROR);
-    const std::string kSinkLine =
-        "CComObject<CSnapshotEventSink>::CreateInstance FAILED [hr=0x8007000e]\n";
-    bool fSinkFailed = false;
-    for (ULONG nth = 1; nth < 50 && !fSinkFailed; nth++) {
-        SCOPED_TRACE(nth);
-        m_nthNew = nth;
-        CTesseraHelper helper(1);
-        HRESULT hr = Prepare(helper);
-        m_nthNew = 0;
-        const std::string text = TakeTraceText();
-        fSinkFailed = Contains(text, kSinkLine);
-        if (fSinkFailed) {
-            EXPECT_HR(E_OUTOFMEMORY, hr);
+    for (DWORD dwAsync : {0u, 1u}) {
+        SCOPED_TRACE(dwAsync);
+        bool fSinkFailed = false;
+        HRESULT hr = E_OUTOFMEMORY;
+        ULONG nth = 1;
+        for (; nth < 100 && FAILED(hr); nth++) {
+            CTesseraHelper helper(dwAsync);
+            hr = Prepare(helper, 2, u"verdane01", u"E:\\", u"snap", nth);
+            fSinkFailed |=
+                Contains(TakeTraceText(), "CComObject<CSnapshotEventSink>::CreateInstance FAILED "
+                                          "[hr=0x8007000e]\n");
+            if (SUCCEEDED(hr)) {
+                EXPECT_HR(S_OK, helper.CreateSnapshot());
+            }
+            EXPECT_TRUE(orvtest::WaitUntil([] { return storagesim::ActiveCreationCount() == 0; }));
+            EXPECT_TRUE(orvtest::WaitUntil([] { return storagesim::LiveObjectCount() == 0; }));
         }
-        if (SUCCEEDED(hr)) {
-            EXPECT_HR(S_OK, helper.CancelSnapshot());
-        }
-        EXPECT_TRUE(orvtest::WaitUntil([] { return storagesim::ActiveCreationCount() == 0; }));
-        EXPECT_EQ(0u, storagesim::LiveObjectCount());
-        EXPECT_HR(S_OK, helper.CreateSnapshot());
+        EXPECT_HR(S_OK, hr);
+        EXPECT_GT(nth, 3u);
+        EXPECT_EQ(dwAsync == 1, fSinkFailed);
+        ASSERT_HR(S_OK, storagesim::InitializeState("", ""));
     }
-    EXPECT_TRUE(fSinkFailed);
-
-    // Allocation failures until the preparation goes through. Synchronous mode only: in
-    // asynchronous mode the service allocates on its own threads while the preparation waits.
-    TraceSetLevel(TRACE_LEVEL_ERROR);
-    HRESULT hr = E_OUTOFMEMORY;
-    for (ULONG nth = 1; nth < 100 && FAILED(hr); nth++) {
-        CTesseraHelper helper(0);
-        hr = Prepare(helper, 2, u"verdane01", u"E:\\", u"snap", nth);
-        if (SUCCEEDED(hr)) {
-            EXPECT_HR(S_OK, helper.CreateSnapshot());
-        }
-    }
-    EXPECT_HR(S_OK, hr);
-    TakeTraceText();
 }
 
 } // namespace
