@@ -1,15 +1,13 @@
 // The service's operations on its model.
 #include "model.h"
 
+#include "diskrows.h"
 #include "images.h"
 #include "simcodes.h"
 #include "state.h"
 #include "store/tessera.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
-#include <cctype>
 #include <random>
 
 namespace storagesim::detail {
@@ -37,14 +35,6 @@ struct CSnapshotRow
     std::string targetSerial;
     bool fTargetWritable = false;
 };
-
-bool EqualNoCase(const std::string& a, const std::string& b)
-{
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return std::tolower(static_cast<unsigned char>(x)) ==
-                      std::tolower(static_cast<unsigned char>(y));
-           });
-}
 
 HRESULT Fail(HRESULT hr, std::string* pWhy, const std::string& why)
 {
@@ -108,14 +98,11 @@ HRESULT FindLunByDrive(CState& state, const std::string& drive, CLunRow* pLun, s
                            " JOIN luns l ON l.id = d.lun JOIN filers f ON f.id = l.filer"
                            " ORDER BY d.id");
     while (s.Step()) {
-        nlohmann::json mountPoints = nlohmann::json::parse(s.Text(10), nullptr, false);
-        if (!mountPoints.is_array())
-            continue;
-        for (const auto& mountPoint : mountPoints) {
-            if (mountPoint.is_string() && EqualNoCase(mountPoint.get<std::string>(), drive)) {
-                ReadLun(s, pLun);
-                return S_OK;
-            }
+        const std::vector<std::string> mountPoints = ParseMountPoints(s.Text(10));
+        if (std::any_of(mountPoints.begin(), mountPoints.end(),
+                        [&drive](const std::string& m) { return EqualNoCase(m, drive); })) {
+            ReadLun(s, pLun);
+            return S_OK;
         }
     }
     return Fail(TESSERA_E_DRIVE_NOT_FOUND, pWhy,
@@ -137,6 +124,28 @@ HRESULT FindSnapshot(CState& state, const CLunRow& lun, const std::string& name,
     pSnapshot->targetSerial = s.Text(2);
     pSnapshot->fTargetWritable = !s.IsNull(3) && s.Int(3) != 0;
     return S_OK;
+}
+
+// The snapshot named by the service's callers: a filer, a LUN path on it and a snapshot name.
+HRESULT FindLunSnapshot(CState& state, const std::string& filer, const std::string& lunPath,
+                        const std::string& snapshot, CLunRow* pLun, CSnapshotRow* pSnapshot,
+                        std::string* pWhy)
+{
+    HRESULT hr = FindLun(state, filer, lunPath, pLun, pWhy);
+    if (SUCCEEDED(hr))
+        hr = FindSnapshot(state, *pLun, snapshot, pSnapshot, pWhy);
+    return hr;
+}
+
+// Records a new snapshot of a LUN and returns its id, for the caller to give it an image.
+LONGLONG InsertSnapshot(CState& state, LONGLONG llLun, const std::string& name, DWORD dwKind)
+{
+    state.Prepare("INSERT INTO snapshots(lun, name, kind) VALUES (?1, ?2, ?3)")
+        .Bind(1, llLun)
+        .Bind(2, name)
+        .Bind(3, static_cast<LONGLONG>(dwKind))
+        .Run();
+    return state.LastInsertId();
 }
 
 // A serial number no LUN has: twelve letters and digits, as the filers make them.
@@ -196,6 +205,18 @@ HRESULT CheckCreationRows(CState& state, const std::vector<CLunRow>& rows, const
     return S_OK;
 }
 
+// The LUNs of a creation, each once, after checking that the creation can be made on them;
+// *pRows holds what was resolved even when the check fails.
+HRESULT ResolveCreation(CState& state, const std::vector<CCreationLun>& luns,
+                        const std::string& name, DWORD dwKind, std::vector<CLunRow>* pRows,
+                        std::string* pWhy)
+{
+    HRESULT hr = ResolveCreationLuns(state, luns, pRows, pWhy);
+    if (SUCCEEDED(hr))
+        hr = CheckCreationRows(state, *pRows, name, dwKind, pWhy);
+    return hr;
+}
+
 } // namespace
 
 HRESULT EnumDisks(DWORD dwFlags, std::vector<CDiskRecord>* pDisks, std::string* pWhy)
@@ -216,18 +237,7 @@ HRESULT EnumDisks(DWORD dwFlags, std::vector<CDiskRecord>* pDisks, std::string* 
                 disk.filer = s.Text(1);
                 disk.path = s.Text(2);
                 disk.serial = s.Text(3);
-                disk.transport = s.Text(4);
-                disk.port = static_cast<BYTE>(s.Int(5));
-                disk.bus = static_cast<BYTE>(s.Int(6));
-                disk.target = static_cast<BYTE>(s.Int(7));
-                disk.lun = static_cast<BYTE>(s.Int(8));
-                nlohmann::json mountPoints = nlohmann::json::parse(s.Text(9), nullptr, false);
-                if (mountPoints.is_array())
-                    for (const auto& mountPoint : mountPoints)
-                        if (mountPoint.is_string())
-                            disk.mountPoints.push_back(mountPoint.get<std::string>());
-                disk.fReadonly = s.Int(10) != 0;
-                disk.fShared = s.Int(11) != 0;
+                ReadDiskAddress(s, 4, &disk);
                 disk.ullSize = static_cast<ULONGLONG>(s.Int(12));
                 disk.snapshot = s.IsNull(13) ? std::string() : s.Text(13);
                 if (!disk.snapshot.empty() && (dwFlags & kEnumSkipSnapshotDisks))
@@ -259,10 +269,8 @@ HRESULT GetTargetIdentity(const std::string& filer, const std::string& lunPath,
         [&](CState& state) {
             CLunRow lun;
             CSnapshotRow snap;
-            HRESULT hr = FindLun(state, filer, lunPath, &lun, pWhy);
-            if (SUCCEEDED(hr))
-                hr = FindSnapshot(state, lun, snapshot, &snap, pWhy);
-            if (FAILED(hr))
+            if (HRESULT hr = FindLunSnapshot(state, filer, lunPath, snapshot, &lun, &snap, pWhy);
+                FAILED(hr))
                 return hr;
             pTarget->filer = lun.filer;
             pTarget->vendor = lun.vendor;
@@ -316,10 +324,8 @@ HRESULT CreateTargetLun(const std::string& filer, const std::string& lunPath,
         [&](CState& state) {
             CLunRow lun;
             CSnapshotRow snap;
-            HRESULT hr = FindLun(state, filer, lunPath, &lun, pWhy);
-            if (SUCCEEDED(hr))
-                hr = FindSnapshot(state, lun, snapshot, &snap, pWhy);
-            if (FAILED(hr))
+            if (HRESULT hr = FindLunSnapshot(state, filer, lunPath, snapshot, &lun, &snap, pWhy);
+                FAILED(hr))
                 return hr;
             CLunRow existing;
             if (SUCCEEDED(FindLun(state, filer, target.path, &existing, nullptr)))
@@ -400,10 +406,8 @@ HRESULT DeleteSnapshot(const std::string& filer, const std::string& lunPath,
         [&](CState& state) {
             CLunRow lun;
             CSnapshotRow snap;
-            HRESULT hr = FindLun(state, filer, lunPath, &lun, pWhy);
-            if (SUCCEEDED(hr))
-                hr = FindSnapshot(state, lun, snapshot, &snap, pWhy);
-            if (FAILED(hr))
+            if (HRESULT hr = FindLunSnapshot(state, filer, lunPath, snapshot, &lun, &snap, pWhy);
+                FAILED(hr))
                 return hr;
             auto busy = state.Prepare("SELECT path FROM luns WHERE snapshot = ?1");
             busy.Bind(1, snap.llId);
@@ -448,9 +452,7 @@ HRESULT CheckCreation(const std::vector<CCreationLun>& luns, const std::string& 
         false,
         [&](CState& state) {
             std::vector<CLunRow> rows;
-            HRESULT hr = ResolveCreationLuns(state, luns, &rows, pWhy);
-            if (SUCCEEDED(hr))
-                hr = CheckCreationRows(state, rows, name, dwKind, pWhy);
+            HRESULT hr = ResolveCreation(state, luns, name, dwKind, &rows, pWhy);
             for (const CLunRow& row : rows)
                 if (pLunIds)
                     pLunIds->push_back(row.llId);
@@ -466,19 +468,11 @@ HRESULT CutSnapshot(const std::vector<CCreationLun>& luns, const std::string& na
         true,
         [&](CState& state) {
             std::vector<CLunRow> rows;
-            HRESULT hr = ResolveCreationLuns(state, luns, &rows, pWhy);
-            if (SUCCEEDED(hr))
-                hr = CheckCreationRows(state, rows, name, dwKind, pWhy);
-            if (FAILED(hr))
+            if (HRESULT hr = ResolveCreation(state, luns, name, dwKind, &rows, pWhy); FAILED(hr))
                 return hr;
-            for (const CLunRow& row : rows) {
-                state.Prepare("INSERT INTO snapshots(lun, name, kind) VALUES (?1, ?2, ?3)")
-                    .Bind(1, row.llId)
-                    .Bind(2, name)
-                    .Bind(3, static_cast<LONGLONG>(dwKind))
-                    .Run();
-                CopyImage(LunImagePath(row.llId), SnapshotImagePath(state.LastInsertId()));
-            }
+            for (const CLunRow& row : rows)
+                CopyImage(LunImagePath(row.llId),
+                          SnapshotImagePath(InsertSnapshot(state, row.llId, name, dwKind)));
             return S_OK;
         },
         pWhy);
@@ -504,12 +498,8 @@ HRESULT RecordInstantCut(const CInstantCut& cut, const std::string& name, DWORD 
         true,
         [&](CState& state) {
             for (size_t i = 0; i < cut.lunIds.size(); ++i) {
-                state.Prepare("INSERT INTO snapshots(lun, name, kind) VALUES (?1, ?2, ?3)")
-                    .Bind(1, cut.lunIds[i])
-                    .Bind(2, name)
-                    .Bind(3, static_cast<LONGLONG>(dwKind))
-                    .Run();
-                const std::string path = SnapshotImagePath(state.LastInsertId());
+                const std::string path =
+                    SnapshotImagePath(InsertSnapshot(state, cut.lunIds[i], name, dwKind));
                 CreateImage(path);
                 WriteImage(path, 0, cut.images[i]);
             }

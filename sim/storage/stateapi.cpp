@@ -1,4 +1,5 @@
 // The state as orvsim and the tests see and change it: views, LUN data, settings and faults.
+#include "diskrows.h"
 #include "images.h"
 #include "simcodes.h"
 #include "state.h"
@@ -7,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <functional>
 
 namespace storagesim {
 
@@ -33,6 +35,22 @@ HRESULT FindLunId(CState& state, const std::string& filer, const std::string& pa
 bool InImage(DWORD dwOffset, size_t cb)
 {
     return dwOffset <= kImageBytes && cb <= kImageBytes - dwOffset;
+}
+
+// Runs `operation` in one transaction on the LUN a caller names, once the range it touches is
+// known to lie within the LUN's image.
+HRESULT WithLunRange(bool fWrite, const std::string& filer, const std::string& lunPath,
+                     DWORD dwOffset, size_t cb,
+                     const std::function<HRESULT(CState&, LONGLONG)>& operation)
+{
+    if (!InImage(dwOffset, cb))
+        return E_INVALIDARG;
+    return WithState(fWrite, [&](CState& state) {
+        LONGLONG llLun = 0;
+        if (HRESULT hr = FindLunId(state, filer, lunPath, &llLun); FAILED(hr))
+            return hr;
+        return operation(state, llLun);
+    });
 }
 
 HRESULT SetRule(const std::string& method, const char* kind, HRESULT hr, DWORD dwDelayMs,
@@ -96,18 +114,7 @@ HRESULT ReadState(StateView* pView)
             disk.path = d.Text(1);
             disk.vendor = d.Text(2);
             disk.serial = d.Text(3);
-            disk.transport = d.Text(4);
-            disk.port = static_cast<BYTE>(d.Int(5));
-            disk.bus = static_cast<BYTE>(d.Int(6));
-            disk.target = static_cast<BYTE>(d.Int(7));
-            disk.lun = static_cast<BYTE>(d.Int(8));
-            nlohmann::json mountPoints = nlohmann::json::parse(d.Text(9), nullptr, false);
-            if (mountPoints.is_array())
-                for (const auto& mountPoint : mountPoints)
-                    if (mountPoint.is_string())
-                        disk.mountPoints.push_back(mountPoint.get<std::string>());
-            disk.fReadonly = d.Int(10) != 0;
-            disk.fShared = d.Int(11) != 0;
+            detail::ReadDiskAddress(d, 4, &disk);
             disk.snapshot = d.Text(12);
             pView->disks.push_back(std::move(disk));
         }
@@ -184,12 +191,7 @@ std::string StateToJson(const StateView& view)
 HRESULT WriteLunData(const std::string& filer, const std::string& lunPath, DWORD dwOffset,
                      const std::string& data)
 {
-    if (!InImage(dwOffset, data.size()))
-        return E_INVALIDARG;
-    return WithState(true, [&](CState& state) {
-        LONGLONG llLun = 0;
-        if (HRESULT hr = FindLunId(state, filer, lunPath, &llLun); FAILED(hr))
-            return hr;
+    return WithLunRange(true, filer, lunPath, dwOffset, data.size(), [&](CState&, LONGLONG llLun) {
         detail::WriteImage(detail::LunImagePath(llLun), dwOffset, data);
         return S_OK;
     });
@@ -198,12 +200,7 @@ HRESULT WriteLunData(const std::string& filer, const std::string& lunPath, DWORD
 HRESULT ReadLunData(const std::string& filer, const std::string& lunPath, DWORD dwOffset, DWORD cb,
                     std::string* pData)
 {
-    if (!InImage(dwOffset, cb))
-        return E_INVALIDARG;
-    return WithState(false, [&](CState& state) {
-        LONGLONG llLun = 0;
-        if (HRESULT hr = FindLunId(state, filer, lunPath, &llLun); FAILED(hr))
-            return hr;
+    return WithLunRange(false, filer, lunPath, dwOffset, cb, [&](CState&, LONGLONG llLun) {
         *pData = detail::ReadImage(detail::LunImagePath(llLun), dwOffset, cb);
         return S_OK;
     });
@@ -218,9 +215,7 @@ HRESULT FindLunByDrive(const std::string& drive, std::string* pFiler, std::strin
         if (disk.filer.empty())
             continue;
         for (const auto& mountPoint : disk.mountPoints) {
-            if (mountPoint.size() == drive.size() &&
-                std::equal(mountPoint.begin(), mountPoint.end(), drive.begin(),
-                           [](char a, char b) { return std::tolower(a) == std::tolower(b); })) {
+            if (detail::EqualNoCase(mountPoint, drive)) {
                 *pFiler = disk.filer;
                 *pLunPath = disk.path;
                 return S_OK;
@@ -233,12 +228,7 @@ HRESULT FindLunByDrive(const std::string& drive, std::string* pFiler, std::strin
 HRESULT ReadSnapshotData(const std::string& filer, const std::string& lunPath,
                          const std::string& snapshot, DWORD dwOffset, DWORD cb, std::string* pData)
 {
-    if (!InImage(dwOffset, cb))
-        return E_INVALIDARG;
-    return WithState(false, [&](CState& state) {
-        LONGLONG llLun = 0;
-        if (HRESULT hr = FindLunId(state, filer, lunPath, &llLun); FAILED(hr))
-            return hr;
+    return WithLunRange(false, filer, lunPath, dwOffset, cb, [&](CState& state, LONGLONG llLun) {
         auto s = state.Prepare("SELECT id FROM snapshots WHERE lun = ?1 AND name = ?2");
         s.Bind(1, llLun).Bind(2, snapshot);
         if (!s.Step())
