@@ -9,163 +9,101 @@
 // Sinks one connection point accepts; a further Advise fails with CONNECT_E_ADVISELIMIT.
 #define PAL_CONNECTION_POINT_MAX 64
 
+// The reference an enumerator's entry holds: a connection's sink, or the connection point.
+inline IUnknown* PalEnumEntryUnknown(const CONNECTDATA& item)
+{
+    return item.pUnk;
+}
+inline IUnknown* PalEnumEntryUnknown(IConnectionPoint* pItem)
+{
+    return pItem;
+}
+
+// A snapshot enumerator of up to kMaxItems entries of type Item, served as Interface (whose
+// Next hands out Item): each entry holds a reference, and each entry handed out gets one more.
+template <class Interface, class Item, ULONG kMaxItems>
+class CComEnumSnapshot : public CComObjectRootEx<CComMultiThreadModel>, public Interface
+{
+public:
+    BEGIN_COM_MAP(CComEnumSnapshot)
+    COM_INTERFACE_ENTRY(Interface)
+    END_COM_MAP()
+
+    ~CComEnumSnapshot()
+    {
+        for (ULONG i = 0; i < m_cItems; ++i)
+            PalEnumEntryUnknown(m_rgItems[i])->Release();
+    }
+
+    // Copies the entries and adds a reference to each.
+    void Init(const Item* rgItems, ULONG cItems, ULONG ulPosition)
+    {
+        for (ULONG i = 0; i < cItems && i < kMaxItems; ++i) {
+            m_rgItems[i] = rgItems[i];
+            PalEnumEntryUnknown(m_rgItems[i])->AddRef();
+            m_cItems = i + 1;
+        }
+        m_ulPosition = ulPosition;
+    }
+
+    STDMETHODIMP Next(ULONG cItems, Item* rgItems, ULONG* pcFetched) override
+    {
+        if (!rgItems || (!pcFetched && cItems != 1))
+            return E_POINTER;
+        ULONG cFetched = 0;
+        while (cFetched < cItems && m_ulPosition < m_cItems) {
+            rgItems[cFetched] = m_rgItems[m_ulPosition++];
+            PalEnumEntryUnknown(rgItems[cFetched])->AddRef();
+            ++cFetched;
+        }
+        if (pcFetched)
+            *pcFetched = cFetched;
+        return cFetched == cItems ? S_OK : S_FALSE;
+    }
+    STDMETHODIMP Skip(ULONG cItems) override
+    {
+        ULONG cLeft = m_cItems - m_ulPosition;
+        ULONG cSkipped = cItems < cLeft ? cItems : cLeft;
+        m_ulPosition += cSkipped;
+        return cSkipped == cItems ? S_OK : S_FALSE;
+    }
+    STDMETHODIMP Reset() override
+    {
+        m_ulPosition = 0;
+        return S_OK;
+    }
+    STDMETHODIMP Clone(Interface** ppEnum) override
+    {
+        return Create(m_rgItems, m_cItems, m_ulPosition, ppEnum);
+    }
+
+    static HRESULT Create(const Item* rgItems, ULONG cItems, ULONG ulPosition, Interface** ppEnum)
+    {
+        if (!ppEnum)
+            return E_POINTER;
+        *ppEnum = nullptr;
+        CComObject<CComEnumSnapshot>* p = nullptr;
+        HRESULT hr = CComObject<CComEnumSnapshot>::CreateInstance(&p);
+        if (FAILED(hr))
+            return hr;
+        p->Init(rgItems, cItems, ulPosition);
+        p->AddRef();
+        *ppEnum = p;
+        return S_OK;
+    }
+
+private:
+    Item m_rgItems[kMaxItems] = {};
+    ULONG m_cItems = 0;
+    ULONG m_ulPosition = 0;
+};
+
 // A snapshot enumerator of connections: each entry's pUnk holds a reference.
-class CComEnumConnections : public CComObjectRootEx<CComMultiThreadModel>, public IEnumConnections
-{
-public:
-    BEGIN_COM_MAP(CComEnumConnections)
-    COM_INTERFACE_ENTRY(IEnumConnections)
-    END_COM_MAP()
+using CComEnumConnections =
+    CComEnumSnapshot<IEnumConnections, CONNECTDATA, PAL_CONNECTION_POINT_MAX>;
 
-    ~CComEnumConnections()
-    {
-        for (ULONG i = 0; i < m_cItems; ++i)
-            m_rgItems[i].pUnk->Release();
-    }
-
-    // Copies the entries and adds a reference to each sink.
-    void Init(const CONNECTDATA* rgItems, ULONG cItems, ULONG ulPosition)
-    {
-        for (ULONG i = 0; i < cItems && i < PAL_CONNECTION_POINT_MAX; ++i) {
-            m_rgItems[i] = rgItems[i];
-            m_rgItems[i].pUnk->AddRef();
-            m_cItems = i + 1;
-        }
-        m_ulPosition = ulPosition;
-    }
-
-    STDMETHODIMP Next(ULONG cConnections, LPCONNECTDATA rgcd, ULONG* pcFetched) override
-    {
-        if (!rgcd || (!pcFetched && cConnections != 1))
-            return E_POINTER;
-        ULONG cFetched = 0;
-        while (cFetched < cConnections && m_ulPosition < m_cItems) {
-            rgcd[cFetched] = m_rgItems[m_ulPosition++];
-            rgcd[cFetched].pUnk->AddRef();
-            ++cFetched;
-        }
-        if (pcFetched)
-            *pcFetched = cFetched;
-        return cFetched == cConnections ? S_OK : S_FALSE;
-    }
-    STDMETHODIMP Skip(ULONG cConnections) override
-    {
-        ULONG cLeft = m_cItems - m_ulPosition;
-        ULONG cSkipped = cConnections < cLeft ? cConnections : cLeft;
-        m_ulPosition += cSkipped;
-        return cSkipped == cConnections ? S_OK : S_FALSE;
-    }
-    STDMETHODIMP Reset() override
-    {
-        m_ulPosition = 0;
-        return S_OK;
-    }
-    STDMETHODIMP Clone(IEnumConnections** ppEnum) override
-    {
-        return Create(m_rgItems, m_cItems, m_ulPosition, ppEnum);
-    }
-
-    static HRESULT Create(const CONNECTDATA* rgItems, ULONG cItems, ULONG ulPosition,
-                          IEnumConnections** ppEnum)
-    {
-        if (!ppEnum)
-            return E_POINTER;
-        *ppEnum = nullptr;
-        CComObject<CComEnumConnections>* p = nullptr;
-        HRESULT hr = CComObject<CComEnumConnections>::CreateInstance(&p);
-        if (FAILED(hr))
-            return hr;
-        p->Init(rgItems, cItems, ulPosition);
-        p->AddRef();
-        *ppEnum = p;
-        return S_OK;
-    }
-
-private:
-    CONNECTDATA m_rgItems[PAL_CONNECTION_POINT_MAX] = {};
-    ULONG m_cItems = 0;
-    ULONG m_ulPosition = 0;
-};
-
-// A snapshot enumerator of connection points: each entry holds a reference.
-class CComEnumConnectionPoints : public CComObjectRootEx<CComMultiThreadModel>,
-                                 public IEnumConnectionPoints
-{
-public:
-    BEGIN_COM_MAP(CComEnumConnectionPoints)
-    COM_INTERFACE_ENTRY(IEnumConnectionPoints)
-    END_COM_MAP()
-
-    static constexpr ULONG kMaxPoints = 8;
-
-    ~CComEnumConnectionPoints()
-    {
-        for (ULONG i = 0; i < m_cItems; ++i)
-            m_rgItems[i]->Release();
-    }
-
-    void Init(IConnectionPoint* const* rgItems, ULONG cItems, ULONG ulPosition)
-    {
-        for (ULONG i = 0; i < cItems && i < kMaxPoints; ++i) {
-            m_rgItems[i] = rgItems[i];
-            m_rgItems[i]->AddRef();
-            m_cItems = i + 1;
-        }
-        m_ulPosition = ulPosition;
-    }
-
-    STDMETHODIMP Next(ULONG cConnections, IConnectionPoint** ppCP, ULONG* pcFetched) override
-    {
-        if (!ppCP || (!pcFetched && cConnections != 1))
-            return E_POINTER;
-        ULONG cFetched = 0;
-        while (cFetched < cConnections && m_ulPosition < m_cItems) {
-            ppCP[cFetched] = m_rgItems[m_ulPosition++];
-            ppCP[cFetched]->AddRef();
-            ++cFetched;
-        }
-        if (pcFetched)
-            *pcFetched = cFetched;
-        return cFetched == cConnections ? S_OK : S_FALSE;
-    }
-    STDMETHODIMP Skip(ULONG cConnections) override
-    {
-        ULONG cLeft = m_cItems - m_ulPosition;
-        ULONG cSkipped = cConnections < cLeft ? cConnections : cLeft;
-        m_ulPosition += cSkipped;
-        return cSkipped == cConnections ? S_OK : S_FALSE;
-    }
-    STDMETHODIMP Reset() override
-    {
-        m_ulPosition = 0;
-        return S_OK;
-    }
-    STDMETHODIMP Clone(IEnumConnectionPoints** ppEnum) override
-    {
-        return Create(m_rgItems, m_cItems, m_ulPosition, ppEnum);
-    }
-
-    static HRESULT Create(IConnectionPoint* const* rgItems, ULONG cItems, ULONG ulPosition,
-                          IEnumConnectionPoints** ppEnum)
-    {
-        if (!ppEnum)
-            return E_POINTER;
-        *ppEnum = nullptr;
-        CComObject<CComEnumConnectionPoints>* p = nullptr;
-        HRESULT hr = CComObject<CComEnumConnectionPoints>::CreateInstance(&p);
-        if (FAILED(hr))
-            return hr;
-        p->Init(rgItems, cItems, ulPosition);
-        p->AddRef();
-        *ppEnum = p;
-        return S_OK;
-    }
-
-private:
-    IConnectionPoint* m_rgItems[kMaxPoints] = {};
-    ULONG m_cItems = 0;
-    ULONG m_ulPosition = 0;
-};
+// A snapshot enumerator of connection points; an object has few of them.
+using CComEnumConnectionPoints = CComEnumSnapshot<IEnumConnectionPoints, IConnectionPoint*, 8>;
 
 // The connection point of one outgoing interface, a member of its container object: its
 // references are the container's, so that a client holding only the point keeps the container
