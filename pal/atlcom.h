@@ -181,13 +181,14 @@ template <class Base>
 using CComObjectNoLock = CComObjectImpl<Base, false>;
 
 // ---- Class factory ----
-// The class object of T: creates CComObject<T> objects; aggregation is not supported. Class
-// objects do not count in the module lock count, so a registered class object alone does not
-// keep a server running.
-template <class T>
-class CComClassFactoryT final : public IClassFactory
+// The IUnknown of a class object: it answers IClassFactory only, counts its own references and
+// deletes itself on the last release. Derived class objects add CreateInstance and LockServer.
+class CComClassFactoryRoot : public IClassFactory
 {
 public:
+    CComClassFactoryRoot(const CComClassFactoryRoot&) = delete;
+    CComClassFactoryRoot& operator=(const CComClassFactoryRoot&) = delete;
+
     STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override
     {
         if (!ppv)
@@ -212,6 +213,37 @@ public:
         return static_cast<ULONG>(lRef);
     }
 
+protected:
+    CComClassFactoryRoot() = default;
+    // Virtual, so that the last Release deletes the derived class object.
+    virtual ~CComClassFactoryRoot() = default;
+
+    // A new object of TObject (CComObject<T> or CComObjectNoLock<T>) asked for riid; the object
+    // goes again when it lacks riid.
+    template <class TObject>
+    static HRESULT CreateObject(REFIID riid, void** ppv)
+    {
+        TObject* p = nullptr;
+        HRESULT hr = TObject::CreateInstance(&p);
+        if (FAILED(hr))
+            return hr;
+        p->AddRef();
+        hr = p->QueryInterface(riid, ppv);
+        p->Release();
+        return hr;
+    }
+
+private:
+    LONG volatile m_lRef = 1;
+};
+
+// The class object of T: creates CComObject<T> objects; aggregation is not supported. Class
+// objects do not count in the module lock count, so a registered class object alone does not
+// keep a server running.
+template <class T>
+class CComClassFactoryT final : public CComClassFactoryRoot
+{
+public:
     STDMETHODIMP CreateInstance(IUnknown* pUnkOuter, REFIID riid, void** ppv) override
     {
         if (!ppv)
@@ -219,14 +251,7 @@ public:
         *ppv = nullptr;
         if (pUnkOuter)
             return CLASS_E_NOAGGREGATION;
-        CComObject<T>* p = nullptr;
-        HRESULT hr = CComObject<T>::CreateInstance(&p);
-        if (FAILED(hr))
-            return hr;
-        p->AddRef();
-        hr = p->QueryInterface(riid, ppv);
-        p->Release();
-        return hr;
+        return CreateObject<CComObject<T>>(riid, ppv);
     }
     STDMETHODIMP LockServer(BOOL fLock) override
     {
@@ -248,7 +273,5 @@ public:
 
 private:
     CComClassFactoryT() = default;
-    ~CComClassFactoryT() = default;
-
-    LONG volatile m_lRef = 1;
+    ~CComClassFactoryT() override = default;
 };

@@ -82,29 +82,9 @@ bool ServiceStopping();
 // fault. The service's objects live in the service's process, so they do not count in this
 // process's module lock count (CComObjectNoLock).
 template <class T>
-class CServiceClassFactory final : public IClassFactory
+class CServiceClassFactory final : public CComClassFactoryRoot
 {
 public:
-    STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override
-    {
-        if (!ppv)
-            return E_POINTER;
-        if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IClassFactory)) {
-            AddRef();
-            *ppv = static_cast<IClassFactory*>(this);
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++m_lRef); }
-    STDMETHODIMP_(ULONG) Release() override
-    {
-        LONG lRef = --m_lRef;
-        if (lRef == 0)
-            delete this;
-        return static_cast<ULONG>(lRef);
-    }
     STDMETHODIMP CreateInstance(IUnknown* pUnkOuter, REFIID riid, void** ppv) override
     {
         if (!ppv)
@@ -115,14 +95,7 @@ public:
             return hr;
         if (pUnkOuter)
             return CLASS_E_NOAGGREGATION;
-        CComObjectNoLock<T>* p = nullptr;
-        HRESULT hr = CComObjectNoLock<T>::CreateInstance(&p);
-        if (FAILED(hr))
-            return hr;
-        p->AddRef();
-        hr = p->QueryInterface(riid, ppv);
-        p->Release();
-        return hr;
+        return CreateObject<CComObjectNoLock<T>>(riid, ppv);
     }
     STDMETHODIMP LockServer(BOOL) override { return S_OK; }
 
@@ -134,8 +107,7 @@ public:
 
 private:
     CServiceClassFactory() = default;
-    ~CServiceClassFactory() = default;
-    std::atomic<LONG> m_lRef{1};
+    ~CServiceClassFactory() override = default;
 };
 
 // The class objects' creators, for the service's registration.
