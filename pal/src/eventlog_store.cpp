@@ -5,9 +5,9 @@
 #include "eventlog_store.h"
 
 #include "internal.h"
-#include "pal/winerror.h"
+#include "sqlitedb.h"
 
-#include <sqlite3.h>
+#include "pal/winerror.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -15,7 +15,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <unordered_map>
 
 #ifndef ERROR_EVENTLOG_FILE_CORRUPT
 #define ERROR_EVENTLOG_FILE_CORRUPT 1500L
@@ -48,18 +47,6 @@ const char* const kSchema[] = {
     "PRAGMA user_version = 1",
 };
 
-// Thrown inside this file only; every entry point turns it into a Win32 error.
-struct SqlError
-{
-    int rc;
-};
-
-void Check(int rc)
-{
-    if (rc != SQLITE_OK && rc != SQLITE_ROW && rc != SQLITE_DONE)
-        throw SqlError{rc};
-}
-
 DWORD Win32FromSqlite(int rc, bool fWrite)
 {
     switch (rc & 0xFF) {
@@ -86,168 +73,22 @@ DWORD Win32FromSqlite(int rc, bool fWrite)
     }
 }
 
-// A prepared statement of the connection's cache, reset when this wrapper goes out of scope.
-class Statement
+// Opens the event log database, its schema ensured.
+std::unique_ptr<SqlConnection> OpenStore(const std::string& path)
 {
-public:
-    explicit Statement(sqlite3_stmt* pStmt) : m_pStmt(pStmt) {}
-    Statement(const Statement&) = delete;
-    Statement& operator=(const Statement&) = delete;
-    ~Statement()
-    {
-        sqlite3_reset(m_pStmt);
-        sqlite3_clear_bindings(m_pStmt);
-    }
-
-    Statement& Bind(int index, LONGLONG value)
-    {
-        Check(sqlite3_bind_int64(m_pStmt, index, value));
-        return *this;
-    }
-    Statement& Bind(int index, const std::string& text)
-    {
-        Check(sqlite3_bind_text(m_pStmt, index, text.data(), static_cast<int>(text.size()),
-                                SQLITE_TRANSIENT));
-        return *this;
-    }
-    Statement& BindBlob(int index, const std::vector<BYTE>& bytes)
-    {
-        // A zero-length blob must still be a blob, not NULL.
-        static const BYTE kEmpty = 0;
-        Check(sqlite3_bind_blob64(m_pStmt, index, bytes.empty() ? &kEmpty : bytes.data(),
-                                  bytes.size(), SQLITE_TRANSIENT));
-        return *this;
-    }
-    Statement& BindNull(int index)
-    {
-        Check(sqlite3_bind_null(m_pStmt, index));
-        return *this;
-    }
-    bool Step()
-    {
-        int rc = sqlite3_step(m_pStmt);
-        if (rc == SQLITE_ROW)
-            return true;
-        if (rc == SQLITE_DONE)
-            return false;
-        throw SqlError{rc};
-    }
-    LONGLONG Int64(int column) const { return sqlite3_column_int64(m_pStmt, column); }
-    std::string Text(int column) const
-    {
-        const auto* p = reinterpret_cast<const char*>(sqlite3_column_text(m_pStmt, column));
-        int cb = sqlite3_column_bytes(m_pStmt, column);
-        return p ? std::string(p, static_cast<size_t>(cb)) : std::string();
-    }
-    std::vector<BYTE> Blob(int column) const
-    {
-        const auto* p = static_cast<const BYTE*>(sqlite3_column_blob(m_pStmt, column));
-        int cb = sqlite3_column_bytes(m_pStmt, column);
-        return p ? std::vector<BYTE>(p, p + cb) : std::vector<BYTE>();
-    }
-    bool IsNull(int column) const { return sqlite3_column_type(m_pStmt, column) == SQLITE_NULL; }
-
-private:
-    sqlite3_stmt* m_pStmt;
-};
-
-class Connection
-{
-public:
-    static std::unique_ptr<Connection> Open(const std::string& path)
-    {
-        sqlite3* pDb = nullptr;
-        int rc = pal::OpenMachineDatabase(path, &pDb);
-        if (rc != SQLITE_OK)
-            throw SqlError{rc};
-        std::unique_ptr<Connection> pConn(new Connection(pDb));
-        pConn->Exec("BEGIN IMMEDIATE");
-        try {
-            for (const char* sql : kSchema)
-                pConn->Exec(sql);
-            pConn->Exec("COMMIT");
-        } catch (const SqlError&) {
-            sqlite3_exec(pDb, "ROLLBACK", nullptr, nullptr, nullptr);
-            throw;
-        }
-        return pConn;
-    }
-
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
-    ~Connection()
-    {
-        for (auto& [sql, pStmt] : m_statements)
-            sqlite3_finalize(pStmt);
-        sqlite3_close(m_pDb);
-    }
-
-    // `sql` must be a string literal: statements are cached by its address.
-    Statement Prepare(const char* sql)
-    {
-        auto it = m_statements.find(sql);
-        if (it != m_statements.end())
-            return Statement(it->second);
-        sqlite3_stmt* pStmt = nullptr;
-        Check(sqlite3_prepare_v3(m_pDb, sql, -1, SQLITE_PREPARE_PERSISTENT, &pStmt, nullptr));
-        m_statements.emplace(sql, pStmt);
-        return Statement(pStmt);
-    }
-
-    // A statement built at run time; finalised by the caller's holder.
-    sqlite3_stmt* PrepareOnce(const std::string& sql)
-    {
-        sqlite3_stmt* pStmt = nullptr;
-        Check(sqlite3_prepare_v2(m_pDb, sql.c_str(), -1, &pStmt, nullptr));
-        return pStmt;
-    }
-
-    void Exec(const char* sql) { Check(sqlite3_exec(m_pDb, sql, nullptr, nullptr, nullptr)); }
-    bool InAutocommit() const { return sqlite3_get_autocommit(m_pDb) != 0; }
-
-private:
-    explicit Connection(sqlite3* pDb) : m_pDb(pDb) {}
-
-    sqlite3* m_pDb;
-    std::unordered_map<const char*, sqlite3_stmt*> m_statements;
-};
-
-// Rolls back whatever the transaction left open when it did not commit.
-class WriteTransaction
-{
-public:
-    explicit WriteTransaction(Connection& conn) : m_conn(conn)
-    {
-        m_conn.Prepare("BEGIN IMMEDIATE").Step();
-    }
-    WriteTransaction(const WriteTransaction&) = delete;
-    WriteTransaction& operator=(const WriteTransaction&) = delete;
-    ~WriteTransaction()
-    {
-        if (!m_fCommitted && !m_conn.InAutocommit()) {
-            try {
-                m_conn.Prepare("ROLLBACK").Step();
-            } catch (const SqlError&) {
-                // Nothing more can be done; the connection rolls back when it closes.
-            }
-        }
-    }
-    void Commit()
-    {
-        m_conn.Prepare("COMMIT").Step();
-        m_fCommitted = true;
-    }
-
-private:
-    Connection& m_conn;
-    bool m_fCommitted = false;
-};
+    auto pConn = std::make_unique<SqlConnection>(path);
+    SqlTransaction tx(*pConn, true);
+    for (const char* sql : kSchema)
+        pConn->Exec(sql);
+    tx.Commit();
+    return pConn;
+}
 
 struct Session
 {
     std::mutex lock;
     std::string rootSetting; // $ORVSIM_ROOT when the connection was opened
-    std::unique_ptr<Connection> pConn;
+    std::unique_ptr<SqlConnection> pConn;
 };
 
 Session& TheSession()
@@ -257,7 +98,7 @@ Session& TheSession()
 }
 
 // With the session lock held: the connection for the current machine root.
-Connection& CurrentConnection()
+SqlConnection& CurrentConnection()
 {
     Session& s = TheSession();
     const char* env = std::getenv("ORVSIM_ROOT");
@@ -265,7 +106,7 @@ Connection& CurrentConnection()
     if (s.pConn && setting == s.rootSetting)
         return *s.pConn;
     s.pConn.reset();
-    s.pConn = Connection::Open(pal::MachineRoot() + "/eventlog.db");
+    s.pConn = OpenStore(pal::MachineRoot() + "/eventlog.db");
     s.rootSetting = setting;
     return *s.pConn;
 }
@@ -302,12 +143,6 @@ std::vector<std::u16string> UnpackStrings(const std::vector<BYTE>& bytes, size_t
     return strings;
 }
 
-// Owns a statement prepared for one query.
-struct FinalizeStatement
-{
-    void operator()(sqlite3_stmt* pStmt) const { sqlite3_finalize(pStmt); }
-};
-
 } // namespace
 
 ULONGLONG FileTimeNow()
@@ -323,13 +158,13 @@ DWORD AppendEvent(const EventLogRecord& record)
     Session& s = TheSession();
     std::lock_guard lock(s.lock);
     try {
-        Connection& conn = CurrentConnection();
-        WriteTransaction tx(conn);
+        SqlConnection& conn = CurrentConnection();
+        SqlTransaction tx(conn, true);
         // Taken once the write lock is held, so that the time written never goes back from
         // one record to the next, whichever process wrote them.
         ULONGLONG ullWritten = FileTimeNow();
         {
-            Statement insert = conn.Prepare(
+            SqlStatement insert = conn.Prepare(
                 "INSERT INTO events(time_generated, time_written, source, computer, type,"
                 " category, event_id, user_sid, num_strings, strings, data, process_id,"
                 " thread_id) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13)");
@@ -384,9 +219,9 @@ DWORD QueryEvents(const EventLogQuery& query, std::vector<EventLogRecord>* pReco
     Session& s = TheSession();
     std::lock_guard lock(s.lock);
     try {
-        Connection& conn = CurrentConnection();
-        std::unique_ptr<sqlite3_stmt, FinalizeStatement> pStmt(conn.PrepareOnce(sql));
-        Statement select(pStmt.get());
+        SqlConnection& conn = CurrentConnection();
+        SqlOneTimeStatement pStmt = conn.PrepareOnce(sql);
+        SqlStatement select(pStmt.get());
         if (!query.source.empty())
             select.Bind(1, ToUtf8(query.source));
         std::vector<EventLogRecord> records;
@@ -395,8 +230,8 @@ DWORD QueryEvents(const EventLogQuery& query, std::vector<EventLogRecord>* pReco
             r.ullRecordNumber = static_cast<ULONGLONG>(select.Int64(0));
             r.ullTimeGenerated = static_cast<ULONGLONG>(select.Int64(1));
             r.ullTimeWritten = static_cast<ULONGLONG>(select.Int64(2));
-            r.source = ToUtf16(select.Text(3));
-            r.computer = ToUtf16(select.Text(4));
+            r.source = select.Text16(3);
+            r.computer = select.Text16(4);
             r.wType = static_cast<WORD>(select.Int64(5));
             r.wCategory = static_cast<WORD>(select.Int64(6));
             r.dwEventId = static_cast<DWORD>(select.Int64(7));

@@ -60,12 +60,6 @@ Session& TheSession()
     return session;
 }
 
-void Check(int rc)
-{
-    if (rc != SQLITE_OK && rc != SQLITE_ROW && rc != SQLITE_DONE)
-        throw SqlError{rc};
-}
-
 } // namespace
 
 LONG Win32FromSqlite(int rc)
@@ -93,100 +87,14 @@ LONG Win32FromSqlite(int rc)
     }
 }
 
-// ---- Statement ----
-
-Statement::~Statement()
-{
-    sqlite3_reset(m_pStmt);
-    sqlite3_clear_bindings(m_pStmt);
-}
-
-Statement& Statement::Bind(int index, LONGLONG value)
-{
-    int rc = sqlite3_bind_int64(m_pStmt, index, value);
-    if (rc != SQLITE_OK)
-        throw SqlError{rc};
-    return *this;
-}
-
-Statement& Statement::Bind(int index, std::string_view text)
-{
-    int rc = sqlite3_bind_text(m_pStmt, index, text.data(), static_cast<int>(text.size()),
-                               SQLITE_TRANSIENT);
-    if (rc != SQLITE_OK)
-        throw SqlError{rc};
-    return *this;
-}
-
-Statement& Statement::BindBlob(int index, const void* pData, size_t cbData)
-{
-    // A zero-length blob must still be a blob, not NULL.
-    static const BYTE kEmpty = 0;
-    int rc =
-        sqlite3_bind_blob64(m_pStmt, index, cbData ? pData : &kEmpty, cbData, SQLITE_TRANSIENT);
-    if (rc != SQLITE_OK)
-        throw SqlError{rc};
-    return *this;
-}
-
-bool Statement::Step()
-{
-    int rc = sqlite3_step(m_pStmt);
-    if (rc == SQLITE_ROW)
-        return true;
-    if (rc == SQLITE_DONE)
-        return false;
-    throw SqlError{rc};
-}
-
-LONGLONG Statement::Int64(int column) const
-{
-    return sqlite3_column_int64(m_pStmt, column);
-}
-
-bool Statement::IsNull(int column) const
-{
-    return sqlite3_column_type(m_pStmt, column) == SQLITE_NULL;
-}
-
-std::string_view Statement::Text(int column) const
-{
-    const auto* p = reinterpret_cast<const char*>(sqlite3_column_text(m_pStmt, column));
-    int cb = sqlite3_column_bytes(m_pStmt, column);
-    return p ? std::string_view(p, static_cast<size_t>(cb)) : std::string_view();
-}
-
-std::u16string Statement::Text16(int column) const
-{
-    return ToUtf16(Text(column));
-}
-
-const BYTE* Statement::Blob(int column, size_t* pcb) const
-{
-    const auto* p = static_cast<const BYTE*>(sqlite3_column_blob(m_pStmt, column));
-    *pcb = static_cast<size_t>(sqlite3_column_bytes(m_pStmt, column));
-    return p;
-}
-
 // ---- Connection ----
 
 std::unique_ptr<Connection> Connection::Open(const std::string& path)
 {
-    sqlite3* pDb = nullptr;
-    int rc = pal::OpenMachineDatabase(path, &pDb);
-    if (rc != SQLITE_OK)
-        throw SqlError{rc};
-    std::unique_ptr<Connection> pConn(new Connection(pDb));
+    std::unique_ptr<Connection> pConn(new Connection(path));
     pConn->Exec("PRAGMA foreign_keys=ON");
     pConn->EnsureSchema();
     return pConn;
-}
-
-Connection::~Connection()
-{
-    for (auto& [sql, pStmt] : m_statements)
-        sqlite3_finalize(pStmt);
-    sqlite3_close(m_pDb);
 }
 
 void Connection::EnsureSchema()
@@ -208,50 +116,6 @@ void Connection::EnsureSchema()
     m_llHklm = 1;
     m_llHkcu = 2;
     tx.Commit();
-}
-
-Statement Connection::Prepare(const char* sql)
-{
-    auto it = m_statements.find(sql);
-    if (it != m_statements.end())
-        return Statement(it->second);
-    sqlite3_stmt* pStmt = nullptr;
-    int rc = sqlite3_prepare_v3(m_pDb, sql, -1, SQLITE_PREPARE_PERSISTENT, &pStmt, nullptr);
-    if (rc != SQLITE_OK)
-        throw SqlError{rc};
-    m_statements.emplace(sql, pStmt);
-    return Statement(pStmt);
-}
-
-void Connection::Exec(const char* sql)
-{
-    Check(sqlite3_exec(m_pDb, sql, nullptr, nullptr, nullptr));
-}
-
-// ---- Transaction ----
-
-// BEGIN, COMMIT and ROLLBACK run as cached statements: compiling them costs as much as a read.
-Transaction::Transaction(Connection& conn, bool fWrite) : m_conn(conn)
-{
-    m_conn.Prepare(fWrite ? "BEGIN IMMEDIATE" : "BEGIN").Step();
-    m_fOpen = true;
-}
-
-Transaction::~Transaction()
-{
-    if (m_fOpen && !m_conn.InAutocommit()) {
-        try {
-            m_conn.Prepare("ROLLBACK").Step();
-        } catch (const SqlError&) {
-            // Nothing more can be done; the connection rolls back when it closes.
-        }
-    }
-}
-
-void Transaction::Commit()
-{
-    m_conn.Prepare("COMMIT").Step();
-    m_fOpen = false;
 }
 
 // ---- Session ----
