@@ -22,6 +22,24 @@ std::u16string TargetPath(const KeyHandle* pParent, const WCHAR* lpSubKey, LONG 
     return JoinPath(pParent->path, parts);
 }
 
+// What a call on lpSubKey under hKey is about: the parent's handle (null when hKey is not one),
+// the subkey's parts (when split is ERROR_SUCCESS) and the full path the fault hook sees.
+struct SubKeyTarget
+{
+    const KeyHandle* pParent;
+    std::vector<std::u16string_view> parts;
+    LONG split;
+    std::u16string path;
+};
+
+SubKeyTarget ResolveSubKey(HKEY hKey, LPCWSTR lpSubKey)
+{
+    SubKeyTarget target{FindHandle(hKey), {}, ERROR_SUCCESS, {}};
+    target.split = SplitSubKey(lpSubKey, &target.parts);
+    target.path = TargetPath(target.pParent, lpSubKey, target.split, target.parts);
+    return target;
+}
+
 std::u16string_view ParentPath(std::u16string_view path)
 {
     size_t slash = path.rfind(u'\\');
@@ -43,10 +61,7 @@ void DeleteSubtree(Connection& conn, ChangeList& changes, LONGLONG llKeyId,
 LSTATUS DeleteKey(const char* api, HKEY hKey, LPCWSTR lpSubKey)
 {
     return RunCall(true, [&](Connection& conn, ChangeList& changes) -> LONG {
-        const KeyHandle* pParent = FindHandle(hKey);
-        std::vector<std::u16string_view> parts;
-        LONG split = SplitSubKey(lpSubKey, &parts);
-        std::u16string path = TargetPath(pParent, lpSubKey, split, parts);
+        auto [pParent, parts, split, path] = ResolveSubKey(hKey, lpSubKey);
         LONG status = ERROR_SUCCESS;
         if (InjectedFault(api, pParent ? &path : nullptr, &status))
             return status;
@@ -77,10 +92,7 @@ LSTATUS WINAPI RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD ulOptions, REGSA
     return RunCall(
         false,
         [&](Connection& conn, ChangeList&) -> LONG {
-            const KeyHandle* pParent = FindHandle(hKey);
-            std::vector<std::u16string_view> parts;
-            LONG split = SplitSubKey(lpSubKey, &parts);
-            std::u16string path = TargetPath(pParent, lpSubKey, split, parts);
+            auto [pParent, parts, split, path] = ResolveSubKey(hKey, lpSubKey);
             LONG status = ERROR_SUCCESS;
             if (phkResult)
                 *phkResult = nullptr;
@@ -122,10 +134,7 @@ LSTATUS WINAPI RegCreateKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD Reserved, LPWS
     return RunCall(
         true,
         [&](Connection& conn, ChangeList& changes) -> LONG {
-            const KeyHandle* pParent = FindHandle(hKey);
-            std::vector<std::u16string_view> parts;
-            LONG split = SplitSubKey(lpSubKey, &parts);
-            std::u16string path = TargetPath(pParent, lpSubKey, split, parts);
+            auto [pParent, parts, split, path] = ResolveSubKey(hKey, lpSubKey);
             LONG status = ERROR_SUCCESS;
             if (phkResult)
                 *phkResult = nullptr;
@@ -207,10 +216,7 @@ LSTATUS WINAPI RegDeleteKeyExW(HKEY hKey, LPCWSTR lpSubKey, REGSAM samDesired, D
 LSTATUS WINAPI RegDeleteTreeW(HKEY hKey, LPCWSTR lpSubKey)
 {
     return RunCall(true, [&](Connection& conn, ChangeList& changes) -> LONG {
-        const KeyHandle* pParent = FindHandle(hKey);
-        std::vector<std::u16string_view> parts;
-        LONG split = SplitSubKey(lpSubKey, &parts);
-        std::u16string path = TargetPath(pParent, lpSubKey, split, parts);
+        auto [pParent, parts, split, path] = ResolveSubKey(hKey, lpSubKey);
         LONG status = ERROR_SUCCESS;
         if (InjectedFault("RegDeleteTreeW", pParent ? &path : nullptr, &status))
             return status;

@@ -7,6 +7,7 @@
 
 #include "pal/synchapi.h"
 
+#include <algorithm>
 #include <chrono>
 #include <list>
 #include <thread>
@@ -82,24 +83,11 @@ public:
 
     void Publish(const ChangeList& changes)
     {
-        std::vector<Watch> fired;
-        {
-            std::lock_guard lock(m_lock);
-            for (auto it = m_watches.begin(); it != m_watches.end();) {
-                bool fMatch = false;
-                for (const Change& change : changes)
-                    if (change.llSeq > it->llSeen && Matches(*it, change.path, change.dwKind)) {
-                        fMatch = true;
-                        break;
-                    }
-                if (fMatch) {
-                    fired.push_back(std::move(*it));
-                    it = m_watches.erase(it);
-                } else {
-                    ++it;
-                }
-            }
-        }
+        std::vector<Watch> fired = Take([&changes](const Watch& w) {
+            return std::any_of(changes.begin(), changes.end(), [&w](const Change& change) {
+                return change.llSeq > w.llSeen && Matches(w, change.path, change.dwKind);
+            });
+        });
         for (const Watch& watch : fired)
             Fire(watch);
     }
@@ -133,6 +121,8 @@ private:
         (void)RegistryLock();
     }
 
+    // Removes the watches `pred` picks and returns them, under the lock; `pred` may update a
+    // watch it leaves armed.
     template <class Pred>
     std::vector<Watch> Take(Pred pred)
     {
@@ -217,29 +207,17 @@ private:
         }
         // Changes after the first one still logged were pruned before this watcher read them.
         LONGLONG llFirst = rows.empty() ? llLast + 1 : rows.front().llSeq;
-        std::vector<Watch> fired;
-        {
-            std::lock_guard lock(m_lock);
-            for (auto it = m_watches.begin(); it != m_watches.end();) {
-                bool fMatch = false;
-                if (it->ullGeneration == ullGeneration) {
-                    fMatch = it->llSeen + 1 < llFirst;
-                    for (const Row& row : rows) {
-                        if (fMatch)
-                            break;
-                        fMatch = row.llSeq > it->llSeen && Matches(*it, row.path, row.dwKind);
-                    }
-                    if (!fMatch && it->llSeen < llLast)
-                        it->llSeen = llLast;
-                }
-                if (fMatch) {
-                    fired.push_back(std::move(*it));
-                    it = m_watches.erase(it);
-                } else {
-                    ++it;
-                }
-            }
-        }
+        std::vector<Watch> fired = Take([&](Watch& w) {
+            if (w.ullGeneration != ullGeneration)
+                return false;
+            bool fMatch = w.llSeen + 1 < llFirst ||
+                          std::any_of(rows.begin(), rows.end(), [&w](const Row& row) {
+                              return row.llSeq > w.llSeen && Matches(w, row.path, row.dwKind);
+                          });
+            if (!fMatch && w.llSeen < llLast)
+                w.llSeen = llLast;
+            return fMatch;
+        });
         for (const Watch& watch : fired)
             Fire(watch);
     }
