@@ -24,19 +24,39 @@ std::map<std::string, FaultRule, std::less<>> g_faults;
 // Lets the common no-fault case skip the lock.
 std::atomic<bool> g_fAnyFault{false};
 
-std::atomic<ULONG> g_ulTaskAllocFailAt{0};
-std::atomic<ULONG> g_ulTaskAllocs{0};
-std::atomic<ULONG> g_ulNewFailAt{0};
-std::atomic<ULONG> g_ulNews{0};
-// The only thread whose allocations count; 0: every thread's.
-std::atomic<DWORD> g_dwTaskAllocThread{0};
-std::atomic<DWORD> g_dwNewThread{0};
-
-bool CountsOnThisThread(const std::atomic<DWORD>& thread)
+// Counts the allocations of one allocator so that a test can make its nth one fail.
+class CAllocationFault
 {
-    DWORD dwThread = thread.load(std::memory_order_relaxed);
-    return dwThread == 0 || dwThread == GetCurrentThreadId();
-}
+public:
+    // Restarts the count; nth 0 fails none.
+    void Arm(ULONG nth, bool fThisThreadOnly)
+    {
+        m_ulCount = 0;
+        m_dwThread = fThisThreadOnly ? GetCurrentThreadId() : 0;
+        m_ulFailAt = nth;
+    }
+    ULONG Count() const { return m_ulCount; }
+    // Counts this allocation; true when it is the one to fail.
+    bool ShouldFail()
+    {
+        ULONG ulFailAt = m_ulFailAt.load(std::memory_order_relaxed);
+        DWORD dwThread = m_dwThread.load(std::memory_order_relaxed);
+        if (dwThread != 0 && dwThread != GetCurrentThreadId())
+            return false;
+        ULONG n = ++m_ulCount;
+        return ulFailAt != 0 && n == ulFailAt;
+    }
+
+private:
+    std::atomic<ULONG> m_ulFailAt{0};
+    std::atomic<ULONG> m_ulCount{0};
+    // The only thread whose allocations count; 0: every thread's.
+    std::atomic<DWORD> m_dwThread{0};
+};
+
+// Constant-initialised: operator new may ask before any dynamic initialisation has run.
+constinit CAllocationFault g_taskAllocFault;
+constinit CAllocationFault g_newFault;
 
 char16_t FoldCase(char16_t c)
 {
@@ -99,26 +119,22 @@ ULONG FaultHits(const char* api)
 
 void FailTaskAllocAt(ULONG nth, bool fThisThreadOnly)
 {
-    g_ulTaskAllocs = 0;
-    g_dwTaskAllocThread = fThisThreadOnly ? GetCurrentThreadId() : 0;
-    g_ulTaskAllocFailAt = nth;
+    g_taskAllocFault.Arm(nth, fThisThreadOnly);
 }
 
 ULONG TaskAllocations()
 {
-    return g_ulTaskAllocs;
+    return g_taskAllocFault.Count();
 }
 
 void FailNothrowNewAt(ULONG nth, bool fThisThreadOnly)
 {
-    g_ulNews = 0;
-    g_dwNewThread = fThisThreadOnly ? GetCurrentThreadId() : 0;
-    g_ulNewFailAt = nth;
+    g_newFault.Arm(nth, fThisThreadOnly);
 }
 
 ULONG NothrowNewAllocations()
 {
-    return g_ulNews;
+    return g_newFault.Count();
 }
 
 } // namespace pal
@@ -160,20 +176,12 @@ bool FailIfInjected(const char* api, const WCHAR* arg)
 
 bool TaskAllocShouldFail()
 {
-    if (!CountsOnThisThread(g_dwTaskAllocThread))
-        return false;
-    ULONG n = ++g_ulTaskAllocs;
-    ULONG failAt = g_ulTaskAllocFailAt.load();
-    return failAt != 0 && n == failAt;
+    return g_taskAllocFault.ShouldFail();
 }
 
 bool NothrowNewShouldFail()
 {
-    ULONG failAt = g_ulNewFailAt.load(std::memory_order_relaxed);
-    if (!CountsOnThisThread(g_dwNewThread))
-        return false;
-    ULONG n = ++g_ulNews;
-    return failAt != 0 && n == failAt;
+    return g_newFault.ShouldFail();
 }
 
 } // namespace pal::detail
