@@ -177,6 +177,26 @@ bool HasMountPoint(const VD_INFO& disk)
     return disk.MountPointCount > 0 && disk.MountPoint != nullptr;
 }
 
+// Copies into c the names VerifyLun answers of the disk it found: the drive the disk is mounted
+// at, its LUN path when fLunPath (a lookup by path has it already), and its filer.
+HRESULT CopyFoundNames(const VD_INFO& disk, bool fLunPath, CVerifyContext& c)
+{
+    if (!HasMountPoint(disk)) {
+        TRACE(TRACE_LEVEL_ERROR, W("Source lun does not have mounted drive\n"));
+        return E_INVALIDARG;
+    }
+    c.pszDrive = DuplicateString(disk.MountPoint[0]);
+    if (c.pszDrive == nullptr)
+        return E_OUTOFMEMORY;
+    if (fLunPath) {
+        c.pszLunPath = DuplicateString(disk.FilerPath);
+        if (c.pszLunPath == nullptr)
+            return E_OUTOFMEMORY;
+    }
+    c.pszFiler = DuplicateString(disk.Filer);
+    return c.pszFiler != nullptr ? S_OK : E_OUTOFMEMORY;
+}
+
 } // namespace
 
 HRESULT GetVssSupport(IVSSSupport** ppVssSupport)
@@ -307,19 +327,8 @@ HRESULT VerifyLun(LPWSTR* ppszSerial, DWORD dwFlags, LPWSTR* ppszLunPath, LPWSTR
             if (disk.SerialNumber == nullptr || lstrcmpA(disk.SerialNumber, c.pszSerialAnsi) != 0)
                 continue;
             DumpVirtualDiskInfo(disk);
-            if (!HasMountPoint(disk)) {
-                TRACE(TRACE_LEVEL_ERROR, W("Source lun does not have mounted drive\n"));
-                return c.hr = E_INVALIDARG;
-            }
-            c.pszDrive = DuplicateString(disk.MountPoint[0]);
-            if (c.pszDrive == nullptr)
-                return c.hr = E_OUTOFMEMORY;
-            c.pszLunPath = DuplicateString(disk.FilerPath);
-            if (c.pszLunPath == nullptr)
-                return c.hr = E_OUTOFMEMORY;
-            c.pszFiler = DuplicateString(disk.Filer);
-            if (c.pszFiler == nullptr)
-                return c.hr = E_OUTOFMEMORY;
+            if (HRESULT hr = CopyFoundNames(disk, true, c); FAILED(hr))
+                return c.hr = hr;
             break;
         }
         *ppszFiler = c.pszFiler;
@@ -337,16 +346,8 @@ HRESULT VerifyLun(LPWSTR* ppszSerial, DWORD dwFlags, LPWSTR* ppszLunPath, LPWSTR
         DumpVirtualDiskInfo(disk);
         if (ppszSerial != nullptr)
             *ppszSerial = AnsiToUnicode(disk.SerialNumber);
-        if (!HasMountPoint(disk)) {
-            TRACE(TRACE_LEVEL_ERROR, W("Source lun does not have mounted drive\n"));
-            return c.hr = E_INVALIDARG;
-        }
-        c.pszDrive = DuplicateString(disk.MountPoint[0]);
-        if (c.pszDrive == nullptr)
-            return c.hr = E_OUTOFMEMORY;
-        c.pszFiler = DuplicateString(disk.Filer);
-        if (c.pszFiler == nullptr)
-            return c.hr = E_OUTOFMEMORY;
+        if (HRESULT hr = CopyFoundNames(disk, false, c); FAILED(hr))
+            return c.hr = hr;
         break;
     }
     *ppszFiler = c.pszFiler;
