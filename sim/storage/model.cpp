@@ -453,9 +453,10 @@ HRESULT CheckCreation(const std::vector<CCreationLun>& luns, const std::string& 
         [&](CState& state) {
             std::vector<CLunRow> rows;
             HRESULT hr = ResolveCreation(state, luns, name, dwKind, &rows, pWhy);
-            for (const CLunRow& row : rows)
-                if (pLunIds)
+            if (SUCCEEDED(hr) && pLunIds) {
+                for (const CLunRow& row : rows)
                     pLunIds->push_back(row.llId);
+            }
             return hr;
         },
         pWhy);
@@ -480,9 +481,10 @@ HRESULT CutSnapshot(const std::vector<CCreationLun>& luns, const std::string& na
 
 HRESULT CaptureInstantCut(CInstantCut* pCut, std::string* pWhy)
 {
-    // Under the state's lock, so that no write to a LUN is seen half done.
+    // In a write transaction, as a LUN's data is written, so that no process's write is seen
+    // half done; nothing is written, so the commit is cheap.
     return WithState(
-        false,
+        true,
         [&](CState&) {
             for (LONGLONG llLun : pCut->lunIds)
                 pCut->images.push_back(ReadImage(LunImagePath(llLun), 0, kImageBytes));
