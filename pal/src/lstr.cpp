@@ -83,7 +83,10 @@ constexpr int Sign(long long d)
 }
 
 // Compares a[0..na) and b[0..nb) by the levels above; fIgnoreCase folds both strings first.
-int CompareWordSort(const char16_t* a, size_t na, const char16_t* b, size_t nb, bool fIgnoreCase)
+// Char is char16_t, or char for strings that are pure ASCII (whose UTF-16 form is the same
+// code units), so that the A variants need not convert them.
+template <typename Char>
+int CompareWordSort(const Char* a, size_t na, const Char* b, size_t nb, bool fIgnoreCase)
 {
     // Levels 1 and 2 in one pass over the non-ignored characters.
     int caseResult = 0;
@@ -160,10 +163,22 @@ int CompareW(LPCWSTR a, LPCWSTR b, bool fIgnoreCase)
                            fIgnoreCase);
 }
 
+bool IsAscii(const char* psz, size_t cch)
+{
+    for (size_t i = 0; i < cch; ++i)
+        if (static_cast<unsigned char>(psz[i]) >= 0x80)
+            return false;
+    return true;
+}
+
 int CompareA(LPCSTR a, LPCSTR b, bool fIgnoreCase)
 {
     if (!a || !b)
         return (a ? 1 : 0) - (b ? 1 : 0);
+    const size_t na = std::strlen(a);
+    const size_t nb = std::strlen(b);
+    if (IsAscii(a, na) && IsAscii(b, nb))
+        return CompareWordSort(a, na, b, nb, fIgnoreCase);
     std::u16string wa = pal::detail::ToUtf16(a);
     std::u16string wb = pal::detail::ToUtf16(b);
     return CompareWordSort(wa.data(), wa.size(), wb.data(), wb.size(), fIgnoreCase);
