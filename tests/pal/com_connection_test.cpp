@@ -113,8 +113,16 @@ protected:
     CComPtr<IConnectionPoint> m_pPoint;
 };
 
-TEST_F(ComConnectionTest, FindConnectionPointKnowsOnlyItsInterface)
+TEST_F(ComConnectionTest, FindConnectionPointKnowsOnlyItsInterfaceAndThePointItsContainer)
 {
+    // The point holds its container.
+    IConnectionPointContainer* pRaw = m_pSource;
+    ULONG cBefore = RefCount(pRaw);
+    m_pPoint->AddRef();
+    EXPECT_EQ(cBefore + 1, RefCount(pRaw));
+    m_pPoint->Release();
+    EXPECT_EQ(cBefore, RefCount(pRaw));
+
     IConnectionPoint* pPoint = reinterpret_cast<IConnectionPoint*>(0x1);
     EXPECT_HR(CONNECT_E_NOCONNECTION, m_pSource->FindConnectionPoint(IID_IUnknown, &pPoint));
     EXPECT_EQ(nullptr, pPoint);
@@ -125,16 +133,6 @@ TEST_F(ComConnectionTest, FindConnectionPointKnowsOnlyItsInterface)
     CComPtr<IConnectionPointContainer> pContainer;
     EXPECT_HR(S_OK, m_pPoint->GetConnectionPointContainer(&pContainer));
     EXPECT_EQ(static_cast<IConnectionPointContainer*>(m_pSource), pContainer);
-}
-
-TEST_F(ComConnectionTest, PointKeepsItsContainerAlive)
-{
-    IConnectionPointContainer* pRaw = m_pSource;
-    ULONG cBefore = RefCount(pRaw);
-    m_pPoint->AddRef();
-    EXPECT_EQ(cBefore + 1, RefCount(pRaw));
-    m_pPoint->Release();
-    EXPECT_EQ(cBefore, RefCount(pRaw));
 }
 
 TEST_F(ComConnectionTest, AdviseHoldsTheSinkUntilUnadvise)
@@ -153,7 +151,7 @@ TEST_F(ComConnectionTest, AdviseHoldsTheSinkUntilUnadvise)
     EXPECT_TRUE(m_pSource->Fire(8).empty());
 }
 
-TEST_F(ComConnectionTest, AdviseRefusesWhatCannotConnect)
+TEST_F(ComConnectionTest, AdviseRefusesWhatCannotConnectAndPastTheLimit)
 {
     CComPtr<CStranger> pStranger = Make<CStranger>();
     DWORD dwCookie = 5;
@@ -163,6 +161,12 @@ TEST_F(ComConnectionTest, AdviseRefusesWhatCannotConnect)
     EXPECT_HR(E_POINTER, m_pPoint->Advise(nullptr, &dwCookie));
     CComPtr<CSink> pSink = Make<CSink>();
     EXPECT_HR(E_POINTER, m_pPoint->Advise(pSink->GetUnknown(), nullptr));
+    // Nor past the limit.
+    for (int i = 0; i < PAL_CONNECTION_POINT_MAX; ++i)
+        ASSERT_HR(S_OK, m_pPoint->Advise(pSink->GetUnknown(), &dwCookie));
+    EXPECT_HR(CONNECT_E_ADVISELIMIT, m_pPoint->Advise(pSink->GetUnknown(), &dwCookie));
+    EXPECT_EQ(0u, dwCookie);
+    EXPECT_EQ(ULONG(PAL_CONNECTION_POINT_MAX + 1), RefCount(pSink));
 }
 
 TEST_F(ComConnectionTest, SinksAreCalledInAdviseOrderWithTheirOwnAnswers)
@@ -178,17 +182,6 @@ TEST_F(ComConnectionTest, SinksAreCalledInAdviseOrderWithTheirOwnAnswers)
     ASSERT_HR(S_OK, m_pPoint->Advise(a->GetUnknown(), &dwA));
     EXPECT_EQ((std::vector<HRESULT>{E_UNEXPECTED, S_OK, S_OK}), m_pSource->Fire(1));
     EXPECT_TRUE(dwB < dwC && dwC < dwA);
-}
-
-TEST_F(ComConnectionTest, AdviseLimitIsReported)
-{
-    CComPtr<CSink> pSink = Make<CSink>();
-    DWORD dwCookie = 0;
-    for (int i = 0; i < PAL_CONNECTION_POINT_MAX; ++i)
-        ASSERT_HR(S_OK, m_pPoint->Advise(pSink->GetUnknown(), &dwCookie));
-    EXPECT_HR(CONNECT_E_ADVISELIMIT, m_pPoint->Advise(pSink->GetUnknown(), &dwCookie));
-    EXPECT_EQ(0u, dwCookie);
-    EXPECT_EQ(ULONG(PAL_CONNECTION_POINT_MAX + 1), RefCount(pSink));
 }
 
 TEST_F(ComConnectionTest, EnumConnectionsIsASnapshotWithReferences)
@@ -226,8 +219,15 @@ TEST_F(ComConnectionTest, EnumConnectionsIsASnapshotWithReferences)
     EXPECT_EQ(1u, RefCount(a));
 }
 
-TEST_F(ComConnectionTest, EnumConnectionPointsListsThePoint)
+TEST_F(ComConnectionTest, EnumConnectionPointsListsThePointAndUnadviseAllDropsEverySink)
 {
+    CComPtr<CSink> pSink = Make<CSink>();
+    DWORD dwCookie = 0;
+    ASSERT_HR(S_OK, m_pPoint->Advise(pSink->GetUnknown(), &dwCookie));
+    m_pSource->m_point.UnadviseAll();
+    EXPECT_EQ(1u, RefCount(pSink));
+    EXPECT_HR(CONNECT_E_NOCONNECTION, m_pPoint->Unadvise(dwCookie));
+
     CComPtr<IEnumConnectionPoints> pEnum;
     ASSERT_HR(S_OK, m_pSource->EnumConnectionPoints(&pEnum));
     IConnectionPoint* rg[2] = {};
@@ -236,16 +236,6 @@ TEST_F(ComConnectionTest, EnumConnectionPointsListsThePoint)
     ASSERT_EQ(1u, cFetched);
     EXPECT_EQ(static_cast<IConnectionPoint*>(m_pPoint), rg[0]);
     rg[0]->Release();
-}
-
-TEST_F(ComConnectionTest, UnadviseAllDropsEverySink)
-{
-    CComPtr<CSink> pSink = Make<CSink>();
-    DWORD dwCookie = 0;
-    ASSERT_HR(S_OK, m_pPoint->Advise(pSink->GetUnknown(), &dwCookie));
-    m_pSource->m_point.UnadviseAll();
-    EXPECT_EQ(1u, RefCount(pSink));
-    EXPECT_HR(CONNECT_E_NOCONNECTION, m_pPoint->Unadvise(dwCookie));
 }
 
 } // namespace

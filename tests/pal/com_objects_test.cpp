@@ -11,37 +11,44 @@ namespace {
 using orvtest::com::ComTest;
 using orvtest::com::CWidget;
 
-TEST(ComUuidOf, NamesTheInterfacesIid)
+TEST(ComIds, UuidOfNamesTheIidAndPublicIdsAreThePublishedOnes)
 {
-    EXPECT_TRUE(IsEqualIID(IID_IUnknown, __uuidof(IUnknown)));
-    EXPECT_TRUE(IsEqualIID(IID_IClassFactory, __uuidof(IClassFactory)));
-    EXPECT_TRUE(IsEqualIID(IID_ICallFactory, __uuidof(ICallFactory)));
-    EXPECT_TRUE(IsEqualIID(IID_IConnectionPointContainer, __uuidof(IConnectionPointContainer)));
-    EXPECT_TRUE(IsEqualIID(IID_IConnectionPoint, __uuidof(IConnectionPoint)));
-    EXPECT_TRUE(IsEqualIID(IID_ISupportErrorInfo, __uuidof(ISupportErrorInfo)));
-    EXPECT_TRUE(IsEqualIID(IID_IErrorInfo, __uuidof(const IErrorInfo)));
-    EXPECT_TRUE(IsEqualIID(orvtest::com::IID_IWidget, __uuidof(IWidget)));
-}
-
-TEST(ComPublicIds, AreThePublishedOnes)
-{
-    WCHAR sz[39];
-    auto text = [&sz](REFIID iid) {
-        StringFromGUID2(iid, sz, 39);
-        return orvtest::Narrow(sz);
+    const struct
+    {
+        IID iid;
+        IID uuidof;
+        const char* text; // null for ids of no other program's concern
+    } cases[] = {
+        {IID_IUnknown, __uuidof(IUnknown), nullptr},
+        {IID_IClassFactory, __uuidof(IClassFactory), "{00000001-0000-0000-C000-000000000046}"},
+        {IID_ICallFactory, __uuidof(ICallFactory), "{1C733A30-2A1C-11CE-ADE5-00AA0044773D}"},
+        {IID_IConnectionPointContainer, __uuidof(IConnectionPointContainer),
+         "{B196B284-BAB4-101A-B69C-00AA00341D07}"},
+        {IID_IEnumConnectionPoints, __uuidof(IEnumConnectionPoints),
+         "{B196B285-BAB4-101A-B69C-00AA00341D07}"},
+        {IID_IConnectionPoint, __uuidof(IConnectionPoint),
+         "{B196B286-BAB4-101A-B69C-00AA00341D07}"},
+        {IID_IEnumConnections, __uuidof(IEnumConnections),
+         "{B196B287-BAB4-101A-B69C-00AA00341D07}"},
+        {IID_ISupportErrorInfo, __uuidof(ISupportErrorInfo),
+         "{DF0B3D60-548F-101B-8E65-08002B2BC119}"},
+        {IID_IErrorInfo, __uuidof(const IErrorInfo), nullptr},
+        {orvtest::com::IID_IWidget, __uuidof(IWidget), nullptr},
     };
-    EXPECT_EQ("{00000001-0000-0000-C000-000000000046}", text(IID_IClassFactory));
-    EXPECT_EQ("{1C733A30-2A1C-11CE-ADE5-00AA0044773D}", text(IID_ICallFactory));
-    EXPECT_EQ("{B196B284-BAB4-101A-B69C-00AA00341D07}", text(IID_IConnectionPointContainer));
-    EXPECT_EQ("{B196B285-BAB4-101A-B69C-00AA00341D07}", text(IID_IEnumConnectionPoints));
-    EXPECT_EQ("{B196B286-BAB4-101A-B69C-00AA00341D07}", text(IID_IConnectionPoint));
-    EXPECT_EQ("{B196B287-BAB4-101A-B69C-00AA00341D07}", text(IID_IEnumConnections));
-    EXPECT_EQ("{DF0B3D60-548F-101B-8E65-08002B2BC119}", text(IID_ISupportErrorInfo));
+    for (const auto& c : cases) {
+        WCHAR sz[39];
+        StringFromGUID2(c.iid, sz, 39);
+        SCOPED_TRACE(orvtest::Narrow(sz));
+        EXPECT_TRUE(IsEqualIID(c.iid, c.uuidof));
+        if (c.text) {
+            EXPECT_EQ(c.text, orvtest::Narrow(sz));
+        }
+    }
 }
 
 using ComObjectTest = ComTest;
 
-TEST_F(ComObjectTest, CreateInstanceGivesCountZeroAndLastReleaseDestroys)
+TEST_F(ComObjectTest, CreateInstanceGivesCountZeroLastReleaseDestroysAndFailuresLeaveNothing)
 {
     LONG lAlive = orvtest::com::g_lWidgetsAlive.load();
     LONG lLocks = AtlModuleGetLockCount();
@@ -55,12 +62,8 @@ TEST_F(ComObjectTest, CreateInstanceGivesCountZeroAndLastReleaseDestroys)
     EXPECT_EQ(0u, p->Release());
     EXPECT_EQ(lAlive, orvtest::com::g_lWidgetsAlive.load());
     EXPECT_EQ(lLocks, AtlModuleGetLockCount());
-}
 
-TEST_F(ComObjectTest, CreateInstanceFailuresLeaveNothing)
-{
-    LONG lAlive = orvtest::com::g_lWidgetsAlive.load();
-    CComObject<CWidget>* p = reinterpret_cast<CComObject<CWidget>*>(0x1);
+    p = reinterpret_cast<CComObject<CWidget>*>(0x1);
     orvtest::com::g_hrWidgetFinalConstruct = E_FAIL;
     EXPECT_HR(E_FAIL, CComObject<CWidget>::CreateInstance(&p));
     EXPECT_EQ(nullptr, p);
@@ -157,7 +160,7 @@ TEST_F(ComObjectTest, SmartPointerHoldsOneReference)
     EXPECT_EQ(0u, p->Release());
 }
 
-TEST_F(ComObjectTest, CheckedCallReturnsSuccessAndRaisesFailureWithTheErrorObject)
+TEST_F(ComObjectTest, CheckedCallReturnsSuccessAndRaisesFailuresWithTheErrorObject)
 {
     CComObject<CWidget>* p = nullptr;
     ASSERT_HR(S_OK, CComObject<CWidget>::CreateInstance(&p));
@@ -182,20 +185,16 @@ TEST_F(ComObjectTest, CheckedCallReturnsSuccessAndRaisesFailureWithTheErrorObjec
     IErrorInfo* pInfo = reinterpret_cast<IErrorInfo*>(0x1);
     EXPECT_HR(S_FALSE, GetErrorInfo(0, &pInfo));
     EXPECT_EQ(nullptr, pInfo);
-}
 
-TEST_F(ComObjectTest, CheckedCallOnEmptyPointerRaisesPointerError)
-{
-    CComPtr<IWidget> pWidget;
-    LONG lAlive = 0;
+    // An empty pointer raises E_POINTER, with no error object.
+    pWidget.Release();
     try {
         pWidget.Invoke(&IWidget::Ping, S_OK, &lAlive);
         FAIL() << "no exception";
     } catch (const _com_error& e) {
         EXPECT_HR(E_POINTER, e.Error());
         EXPECT_EQ(nullptr, e.Description());
-        IErrorInfo* pInfo = e.ErrorInfo();
-        EXPECT_EQ(nullptr, pInfo);
+        EXPECT_EQ(nullptr, e.ErrorInfo());
     }
 }
 

@@ -29,13 +29,19 @@ HRESULT OnThread(HRESULT (*pfn)())
     return hr;
 }
 
-class ComThreadsTest : public orvtest::PalTest
-{};
+using ComThreadsTest = orvtest::PalTest;
 
-TEST_F(ComThreadsTest, UninitializedThreadJoinsTheProcessMta)
+TEST_F(ComThreadsTest, UninitializedThreadJoinsTheProcessMtaOnlyWhileAThreadHoldsIt)
 {
-    // Nobody holds the multithreaded apartment yet.
+    // Nobody holds the multithreaded apartment yet; a single-threaded apartment does not open
+    // it, and a thread that ends without CoUninitialize leaves it.
     EXPECT_HR(CO_E_NOTINITIALIZED, OnThread(CreateOnce));
+    ASSERT_HR(S_OK, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
+    EXPECT_HR(CO_E_NOTINITIALIZED, OnThread(CreateOnce));
+    CoUninitialize();
+    std::thread([] { EXPECT_HR(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED)); }).join();
+    EXPECT_HR(CO_E_NOTINITIALIZED, OnThread(CreateOnce));
+
     ASSERT_HR(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
     {
         ScopedRegistration reg;
@@ -43,20 +49,6 @@ TEST_F(ComThreadsTest, UninitializedThreadJoinsTheProcessMta)
         EXPECT_HR(S_OK, OnThread(CreateOnce));
     }
     CoUninitialize();
-    EXPECT_HR(CO_E_NOTINITIALIZED, OnThread(CreateOnce));
-}
-
-TEST_F(ComThreadsTest, ApartmentThreadedThreadDoesNotOpenTheMta)
-{
-    ASSERT_HR(S_OK, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
-    EXPECT_HR(CO_E_NOTINITIALIZED, OnThread(CreateOnce));
-    CoUninitialize();
-}
-
-TEST_F(ComThreadsTest, ThreadEndingWithoutUninitializeLeavesTheMta)
-{
-    std::thread thread([] { EXPECT_HR(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED)); });
-    thread.join();
     EXPECT_HR(CO_E_NOTINITIALIZED, OnThread(CreateOnce));
 }
 
