@@ -3,13 +3,9 @@
 #include "pal/processthreadsapi.h"
 #include "pal/shellapi.h"
 #include "pal/winbase.h"
-#include "tests/support/paltest.h"
+#include "tests/pal/registry_testing.h"
 
-#include <fcntl.h>
 #include <fstream>
-#include <sstream>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -88,14 +84,11 @@ TEST_F(CmdLineTest, EmptyLineNullCountAndAllocationFailure)
     EXPECT_EQ(Args{u"C:\\Program Files\\Orv\\orvprov.exe"}, Split(W("")));
     EXPECT_EQ(Args{u"C:\\Program Files\\Orv\\orvprov.exe"}, Split(nullptr));
 
-    SetLastError(0);
-    EXPECT_EQ(nullptr, CommandLineToArgvW(W("prog a"), nullptr));
-    EXPECT_WIN32(ERROR_INVALID_PARAMETER, GetLastError());
+    EXPECT_CALL_ERROR(nullptr, ERROR_INVALID_PARAMETER, CommandLineToArgvW(W("prog a"), nullptr));
 
     pal::InjectFault("LocalAlloc", ERROR_NOT_ENOUGH_MEMORY);
     int argc = -1;
-    EXPECT_EQ(nullptr, CommandLineToArgvW(W("prog a b"), &argc));
-    EXPECT_WIN32(ERROR_NOT_ENOUGH_MEMORY, GetLastError());
+    EXPECT_CALL_ERROR(nullptr, ERROR_NOT_ENOUGH_MEMORY, CommandLineToArgvW(W("prog a b"), &argc));
     EXPECT_EQ(-1, argc);
 }
 
@@ -128,38 +121,15 @@ TEST_F(CmdLineTest, RealCommandLineSplitsBackIntoTheProcessArguments)
 
 TEST_F(CmdLineTest, AwkwardArgumentsRoundTripInAChildProcess)
 {
-    char exe[4096];
-    ssize_t n = readlink("/proc/self/exe", exe, sizeof(exe) - 1);
-    ASSERT_GT(n, 0);
-    exe[n] = 0;
-    std::vector<std::string> args = {
-        exe, "--gtest_filter=CmdLineTest.RealCommandLineSplitsBackIntoTheProcessArguments"};
+    std::vector<std::string> args =
+        orvtest::registry::SelfArgs("CmdLineTest.RealCommandLineSplitsBackIntoTheProcessArguments");
     args.insert(args.end(),
                 {"plain", "with space", "", "tab\there", R"(quote"inside)", R"(trailing\)",
                  R"(trailing two\\)", R"(back\\"slash quote)", R"(\\server\share\)", R"(")",
                  R"(a""b)", R"("already quoted")", "caf\xC3\xA9"});
-    std::vector<char*> argv;
-    for (auto& arg : args)
-        argv.push_back(arg.data());
-    argv.push_back(nullptr);
-
-    std::string log = (Root() / "child.log").string();
-    pid_t pid = fork();
-    ASSERT_NE(-1, pid);
-    if (pid == 0) {
-        int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        dup2(fd, 1);
-        dup2(fd, 2);
-        execv(exe, argv.data());
-        _exit(127);
-    }
-    int status = 0;
-    ASSERT_EQ(pid, waitpid(pid, &status, 0));
-    std::ostringstream output;
-    output << std::ifstream(log).rdbuf();
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(0, WEXITSTATUS(status)) << output.str();
-    EXPECT_NE(std::string::npos, output.str().find("[  PASSED  ] 1 test")) << output.str();
+    auto result = orvtest::registry::RunProcess(args);
+    EXPECT_EQ(0, result.exitCode) << result.out << result.err;
+    EXPECT_NE(std::string::npos, result.out.find("[  PASSED  ] 1 test")) << result.out;
 }
 
 } // namespace

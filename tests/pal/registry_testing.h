@@ -8,9 +8,13 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
+#include <climits>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
+#include <poll.h>
 #include <spawn.h>
 #include <string>
 #include <sys/mman.h>
@@ -271,6 +275,44 @@ inline ProcessResult RunProcess(const std::vector<std::string>& argv,
 {
     ChildProcess child(argv, env, false, input);
     return child.Started() ? child.Wait() : ProcessResult{};
+}
+
+// This test program run again on the tests `filter` names, disabled ones included: how a test
+// starts children that are tests of their own.
+inline std::vector<std::string> SelfArgs(const std::string& filter)
+{
+    char path[PATH_MAX];
+    ssize_t n = readlink("/proc/self/exe", path, sizeof(path) - 1);
+    return {n > 0 ? std::string(path, static_cast<size_t>(n)) : std::string(),
+            "--gtest_filter=" + filter, "--gtest_also_run_disabled_tests"};
+}
+
+// Reads the numbers a child reports one a line on `fd` until `deadline` (or end of file when
+// none), or until there are `enough` of them; `pending` keeps a partial line between calls.
+inline void ReadReports(int fd, std::optional<std::chrono::steady_clock::time_point> deadline,
+                        std::string* pending, std::vector<ULONGLONG>* reports,
+                        size_t enough = SIZE_MAX)
+{
+    while (reports->size() < enough) {
+        auto left = deadline ? std::chrono::duration_cast<std::chrono::milliseconds>(
+                                   *deadline - std::chrono::steady_clock::now())
+                                   .count()
+                             : -1;
+        if (deadline && left <= 0)
+            return;
+        pollfd pfd{fd, POLLIN, 0};
+        int ready = poll(&pfd, 1, static_cast<int>(left));
+        if (ready < 0 && errno == EINTR)
+            continue;
+        char buffer[4096];
+        ssize_t n = ready > 0 ? read(fd, buffer, sizeof(buffer)) : 0;
+        if (n <= 0)
+            return;
+        pending->append(buffer, static_cast<size_t>(n));
+        for (size_t newline; (newline = pending->find('\n')) != std::string::npos;
+             pending->erase(0, newline + 1))
+            reports->push_back(std::stoull(pending->substr(0, newline)));
+    }
 }
 
 // The orvsim tool built with these tests.

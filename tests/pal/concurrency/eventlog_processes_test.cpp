@@ -5,7 +5,6 @@
 #include "tests/pal/eventlog_testing.h"
 #include "tests/pal/registry_testing.h"
 
-#include <climits>
 #include <cstdlib>
 #include <map>
 #include <set>
@@ -21,17 +20,9 @@ using orvtest::registry::ChildProcess;
 
 constexpr int kReportsPerProcess = 150;
 
-std::string SelfPath()
-{
-    char path[PATH_MAX];
-    ssize_t n = readlink("/proc/self/exe", path, sizeof(path) - 1);
-    return n > 0 ? std::string(path, static_cast<size_t>(n)) : std::string();
-}
-
 std::vector<std::string> ChildArgs(const char* test)
 {
-    return {SelfPath(), std::string("--gtest_filter=EventLogChild.") + test,
-            "--gtest_also_run_disabled_tests"};
+    return orvtest::registry::SelfArgs(std::string("EventLogChild.") + test);
 }
 
 // Report n of writer w carries the strings w and n.
@@ -122,24 +113,15 @@ TEST_F(EventLogProcessesTest, SigkillLosesNoReturnedReport)
     ASSERT_TRUE(child.Started());
     // Kill once the child has reported a good number of events, whatever it is doing then.
     std::string pending;
-    int cReported = 0;
-    while (cReported < 40) {
-        char buffer[256];
-        ssize_t n = read(child.ReportFd(), buffer, sizeof(buffer));
-        ASSERT_GT(n, 0) << "the reporter stopped";
-        pending.append(buffer, static_cast<size_t>(n));
-        size_t newline;
-        while ((newline = pending.find('\n')) != std::string::npos) {
-            ++cReported;
-            pending.erase(0, newline + 1);
-        }
-    }
+    std::vector<ULONGLONG> reports;
+    orvtest::registry::ReadReports(child.ReportFd(), std::nullopt, &pending, &reports, 40);
+    ASSERT_GE(reports.size(), 40u) << "the reporter stopped";
     child.Kill();
     auto result = child.Wait();
     EXPECT_EQ(-1, result.exitCode) << result.err;
 
     auto records = ReadAll();
-    ASSERT_GE(records.size(), size_t(cReported));
+    ASSERT_GE(records.size(), reports.size());
     for (size_t i = 0; i < records.size(); ++i)
         EXPECT_EQ(std::to_string(i), Narrow(records[i].strings.at(1)));
     // The log goes on working after that.

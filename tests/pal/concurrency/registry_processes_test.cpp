@@ -7,10 +7,8 @@
 
 #include <array>
 #include <chrono>
-#include <climits>
 #include <cstdlib>
 #include <optional>
-#include <poll.h>
 #include <random>
 #include <set>
 #include <string>
@@ -18,6 +16,7 @@
 namespace {
 
 using orvtest::registry::ChildProcess;
+using orvtest::registry::ReadReports;
 using orvtest::registry::ScopedKey;
 using Clock = std::chrono::steady_clock;
 
@@ -43,10 +42,7 @@ std::u16string NameOf(ULONGLONG n)
 
 std::vector<std::string> ChildArgs(const char* test)
 {
-    char path[PATH_MAX];
-    ssize_t n = readlink("/proc/self/exe", path, sizeof(path) - 1);
-    return {n > 0 ? std::string(path, static_cast<size_t>(n)) : std::string(),
-            std::string("--gtest_filter=RegistryChild.") + test, "--gtest_also_run_disabled_tests"};
+    return orvtest::registry::SelfArgs(std::string("RegistryChild.") + test);
 }
 
 // The child's environment value `name`, after pointing this process at the parent's machine.
@@ -117,34 +113,6 @@ std::string IntegrityCheck(const std::filesystem::path& db)
     }
     sqlite3_close(pDb);
     return result;
-}
-
-// Reads the report lines on `fd` until `deadline` (or end of file when none), or until there
-// are `enough` of them.
-void ReadReports(int fd, std::optional<Clock::time_point> deadline, std::string* pending,
-                 std::vector<ULONGLONG>* reports, size_t enough = SIZE_MAX)
-{
-    while (reports->size() < enough) {
-        auto left =
-            deadline
-                ? std::chrono::duration_cast<std::chrono::milliseconds>(*deadline - Clock::now())
-                      .count()
-                : -1;
-        if (deadline && left <= 0)
-            return;
-        pollfd pfd{fd, POLLIN, 0};
-        int ready = poll(&pfd, 1, static_cast<int>(left));
-        if (ready < 0 && errno == EINTR)
-            continue;
-        char buffer[4096];
-        ssize_t n = ready > 0 ? read(fd, buffer, sizeof(buffer)) : 0;
-        if (n <= 0)
-            return;
-        pending->append(buffer, static_cast<size_t>(n));
-        for (size_t newline; (newline = pending->find('\n')) != std::string::npos;
-             pending->erase(0, newline + 1))
-            reports->push_back(std::stoull(pending->substr(0, newline)));
-    }
 }
 
 TEST_F(RegistryProcessesTest, SigkillLeavesEveryCompletedWriteInPlace)
