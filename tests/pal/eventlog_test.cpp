@@ -74,24 +74,7 @@ TEST_F(EventLogTest, ReportKeepsEveryFieldAsGiven)
     EXPECT_LE(r.ullTimeWritten, after);
 }
 
-TEST_F(EventLogTest, NoStringsNoDataAndNullEntriesAreKeptAsGiven)
-{
-    ScopedSource source(u"OrvTest");
-    ASSERT_TRUE(ReportEventW(source, EVENTLOG_INFORMATION_TYPE, 0, 0x40041008, nullptr, 0, 0,
-                             nullptr, nullptr));
-    LPCWSTR strings[] = {u"a", nullptr};
-    ASSERT_TRUE(ReportEventW(source, EVENTLOG_WARNING_TYPE, 0, 0x8004110C, nullptr, 2, 0, strings,
-                             nullptr));
-    auto records = ReadAll();
-    ASSERT_EQ(2u, records.size());
-    EXPECT_TRUE(records[0].strings.empty());
-    EXPECT_TRUE(records[0].data.empty());
-    EXPECT_TRUE(records[0].userSid.empty());
-    // Windows takes a null entry as an empty string.
-    EXPECT_EQ((std::vector<std::u16string>{u"a", u""}), records[1].strings);
-}
-
-TEST_F(EventLogTest, EveryEventTypeAndTheFullIdAreKept)
+TEST_F(EventLogTest, EveryEventTypeTheFullIdAndEmptyPartsAreKept)
 {
     ScopedSource source(u"OrvTest");
     const WORD types[] = {EVENTLOG_SUCCESS,       EVENTLOG_ERROR_TYPE,
@@ -102,56 +85,58 @@ TEST_F(EventLogTest, EveryEventTypeAndTheFullIdAreKept)
         ASSERT_TRUE(ReportEventW(source, types[i], static_cast<WORD>(0xFFFF - i), ids[i], nullptr,
                                  0, 0, nullptr, nullptr))
             << i;
+    LPCWSTR strings[] = {u"a", nullptr};
+    ASSERT_TRUE(ReportEventW(source, EVENTLOG_WARNING_TYPE, 0, 0x8004110C, nullptr, 2, 0, strings,
+                             nullptr));
     auto records = ReadAll();
-    ASSERT_EQ(ARRAYSIZE(types), records.size());
+    ASSERT_EQ(ARRAYSIZE(types) + 1, records.size());
     for (size_t i = 0; i < ARRAYSIZE(types); ++i) {
         EXPECT_EQ(i + 1, records[i].ullRecordNumber);
         EXPECT_EQ(types[i], records[i].wType);
         EXPECT_EQ(static_cast<WORD>(0xFFFF - i), records[i].wCategory);
         EXPECT_EQ(ids[i], records[i].dwEventId);
+        EXPECT_TRUE(records[i].strings.empty());
+        EXPECT_TRUE(records[i].data.empty());
+        EXPECT_TRUE(records[i].userSid.empty());
     }
+    // Windows takes a null entry as an empty string.
+    EXPECT_EQ((std::vector<std::u16string>{u"a", u""}), records.back().strings);
 }
 
-TEST_F(EventLogTest, OnlyTheLocalComputerIsServed)
+TEST_F(EventLogTest, OnlyTheLocalComputerIsServedAndASourceNameIsRequired)
 {
-    struct Case
-    {
-        std::u16string server;
-        bool fNull;
-        DWORD dwError; // 0: registered
-    };
     std::u16string name = pal::EventLogComputerName();
     std::u16string lower;
     for (char16_t c : name)
         lower.push_back(c >= u'A' && c <= u'Z' ? char16_t(c + 32) : c);
-    const Case cases[] = {
-        {u"", true, 0},
-        {u"", false, 0},
-        {name, false, 0},
-        {u"\\\\" + name, false, 0},
-        {u"\\\\" + lower, false, 0},
-        {u"\\\\ELSEWHERE", false, RPC_S_SERVER_UNAVAILABLE},
-        {u"ELSEWHERE", false, RPC_S_SERVER_UNAVAILABLE},
+    std::u16string prefixed = u"\\\\" + name, prefixedLower = u"\\\\" + lower;
+    const struct
+    {
+        LPCWSTR server;
+        LPCWSTR source;
+        DWORD dwError; // 0: registered
+    } cases[] = {
+        {nullptr, u"OrvTest", 0},
+        {u"", u"OrvTest", 0},
+        {name.c_str(), u"OrvTest", 0},
+        {prefixed.c_str(), u"OrvTest", 0},
+        {prefixedLower.c_str(), u"OrvTest", 0},
+        {u"\\\\ELSEWHERE", u"OrvTest", RPC_S_SERVER_UNAVAILABLE},
+        {u"ELSEWHERE", u"OrvTest", RPC_S_SERVER_UNAVAILABLE},
+        {nullptr, nullptr, ERROR_INVALID_PARAMETER},
+        {nullptr, u"", ERROR_INVALID_PARAMETER},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.server ? orvtest::Narrow(c.server) : "NULL");
         SetLastError(0);
-        HANDLE h = RegisterEventSourceW(c.fNull ? nullptr : c.server.c_str(), u"OrvTest");
+        HANDLE h = RegisterEventSourceW(c.server, c.source);
         if (c.dwError == 0) {
-            EXPECT_NE(nullptr, h) << orvtest::Narrow(c.server);
+            EXPECT_NE(nullptr, h);
             EXPECT_TRUE(DeregisterEventSource(h));
         } else {
-            EXPECT_EQ(nullptr, h) << orvtest::Narrow(c.server);
-            EXPECT_WIN32(c.dwError, GetLastError()) << orvtest::Narrow(c.server);
+            EXPECT_EQ(nullptr, h);
+            EXPECT_WIN32(c.dwError, GetLastError());
         }
-    }
-}
-
-TEST_F(EventLogTest, SourceNameIsRequired)
-{
-    for (LPCWSTR name : {static_cast<LPCWSTR>(nullptr), u""}) {
-        SetLastError(0);
-        EXPECT_EQ(nullptr, RegisterEventSourceW(nullptr, name));
-        EXPECT_WIN32(ERROR_INVALID_PARAMETER, GetLastError());
     }
 }
 
@@ -175,17 +160,12 @@ TEST_F(EventLogTest, InvalidHandlesFailAsOnWindowsAndWriteNothing)
                           {"a kernel event", hEvent},
                           {"INVALID_HANDLE_VALUE", INVALID_HANDLE_VALUE}};
     for (const Case& c : cases) {
-        SetLastError(0);
-        EXPECT_FALSE(Report(c.h, 0x40041000)) << c.name;
-        EXPECT_WIN32(ERROR_INVALID_HANDLE, GetLastError()) << c.name;
-        SetLastError(0);
-        EXPECT_FALSE(DeregisterEventSource(c.h)) << c.name;
-        EXPECT_WIN32(ERROR_INVALID_HANDLE, GetLastError()) << c.name;
+        SCOPED_TRACE(c.name);
+        EXPECT_CALL_ERROR(FALSE, ERROR_INVALID_HANDLE, Report(c.h, 0x40041000));
+        EXPECT_CALL_ERROR(FALSE, ERROR_INVALID_HANDLE, DeregisterEventSource(c.h));
     }
     // An event source is no kernel object.
-    SetLastError(0);
-    EXPECT_FALSE(CloseHandle(open.Get()));
-    EXPECT_WIN32(ERROR_INVALID_HANDLE, GetLastError());
+    EXPECT_CALL_ERROR(FALSE, ERROR_INVALID_HANDLE, CloseHandle(open.Get()));
     EXPECT_TRUE(CloseHandle(hEvent));
     EXPECT_TRUE(ReadAll().empty());
     // The open handle still works.
@@ -307,9 +287,7 @@ TEST_F(EventLogTest, ReaderFiltersBySourceTypeAndNewest)
 TEST_F(EventLogTest, InjectedFaultsReachRegistrationAndReports)
 {
     pal::InjectFault("RegisterEventSourceW", ERROR_ACCESS_DENIED, 0, u"orvhwsvc");
-    SetLastError(0);
-    EXPECT_EQ(nullptr, RegisterEventSourceW(nullptr, u"Orvhwsvc"));
-    EXPECT_WIN32(ERROR_ACCESS_DENIED, GetLastError());
+    EXPECT_CALL_ERROR(nullptr, ERROR_ACCESS_DENIED, RegisterEventSourceW(nullptr, u"Orvhwsvc"));
     ScopedSource other(u"Other");
     EXPECT_NE(nullptr, other.Get()) << "the rule names one source only";
     pal::ClearFault("RegisterEventSourceW");
@@ -318,9 +296,7 @@ TEST_F(EventLogTest, InjectedFaultsReachRegistrationAndReports)
     ASSERT_NE(nullptr, source.Get());
     pal::InjectFault("ReportEventW", ERROR_DISK_FULL, 2);
     EXPECT_TRUE(Report(source, 1));
-    SetLastError(0);
-    EXPECT_FALSE(Report(source, 2));
-    EXPECT_WIN32(ERROR_DISK_FULL, GetLastError());
+    EXPECT_CALL_ERROR(FALSE, ERROR_DISK_FULL, Report(source, 2));
     EXPECT_TRUE(Report(source, 3));
     pal::InjectFault("ReportEventW", ERROR_ACCESS_DENIED, 0, u"Other");
     EXPECT_FALSE(Report(other, 4));

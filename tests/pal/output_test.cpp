@@ -89,26 +89,21 @@ TEST_F(StringResourceTest, CopiesTruncatesToTheBufferLessOneAndTerminates)
     }
 }
 
-TEST_F(StringResourceTest, ZeroLengthBufferReceivesAPointerToTheResource)
+TEST_F(StringResourceTest, ZeroLengthBufferGetsAPointerMissingStringsFailAndANewTableReplaces)
 {
     LPCWSTR text = nullptr;
     EXPECT_EQ(5, LoadStringW(nullptr, 100, reinterpret_cast<LPWSTR>(&text), 0));
     EXPECT_EQ(kTable[0].pszText, text);
     EXPECT_EQ(0, LoadStringW(nullptr, 101, reinterpret_cast<LPWSTR>(&text), 0));
     EXPECT_EQ(kTable[1].pszText, text);
-}
 
-TEST_F(StringResourceTest, MissingStringsNullBuffersAndANewTable)
-{
     WCHAR buffer[16] = u"untouched";
-    SetLastError(0);
-    EXPECT_EQ(0, LoadStringW(nullptr, 999, buffer, ARRAYSIZE(buffer)));
-    EXPECT_WIN32(ERROR_RESOURCE_NAME_NOT_FOUND, GetLastError());
+    EXPECT_CALL_ERROR(0, ERROR_RESOURCE_NAME_NOT_FOUND,
+                      LoadStringW(nullptr, 999, buffer, ARRAYSIZE(buffer)));
     EXPECT_EQ(0, buffer[0]);
-    LPCWSTR text = nullptr;
-    SetLastError(0);
-    EXPECT_EQ(0, LoadStringW(nullptr, 999, reinterpret_cast<LPWSTR>(&text), 0));
-    EXPECT_WIN32(ERROR_RESOURCE_NAME_NOT_FOUND, GetLastError());
+    text = nullptr;
+    EXPECT_CALL_ERROR(0, ERROR_RESOURCE_NAME_NOT_FOUND,
+                      LoadStringW(nullptr, 999, reinterpret_cast<LPWSTR>(&text), 0));
     EXPECT_EQ(nullptr, text);
     EXPECT_EQ(0, LoadStringW(nullptr, 100, nullptr, 16));
     EXPECT_EQ(0, LoadStringW(nullptr, 100, nullptr, 0));

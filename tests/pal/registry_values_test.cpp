@@ -84,6 +84,13 @@ TEST_F(RegistryValuesTest, QueryBufferRules)
 
 TEST_F(RegistryValuesTest, NamesFoldCaseKeepTheFirstSpellingAndObeyTheLimit)
 {
+    // The default value is the null or empty name; a new key has none.
+    EXPECT_WIN32(ERROR_FILE_NOT_FOUND, Query(Base(), nullptr));
+    ASSERT_EQ(ERROR_SUCCESS, SetString(Base(), nullptr, u"default"));
+    EXPECT_EQ(StringBytes(u"default"), GetBytes(Base(), u""));
+    ASSERT_EQ(ERROR_SUCCESS, RegDeleteValueW(Base(), u""));
+    EXPECT_WIN32(ERROR_FILE_NOT_FOUND, Query(Base(), nullptr));
+
     ASSERT_EQ(ERROR_SUCCESS, SetDword(Base(), u"TimeOut", 5));
     EXPECT_EQ(DwordBytes(5), GetBytes(Base(), u"TIMEOUT"));
     ASSERT_EQ(ERROR_SUCCESS, SetDword(Base(), u"timeout", 6));
@@ -103,15 +110,6 @@ TEST_F(RegistryValuesTest, NamesFoldCaseKeepTheFirstSpellingAndObeyTheLimit)
     EXPECT_EQ(ERROR_SUCCESS, SetDword(Base(), longest.c_str(), 1));
     EXPECT_EQ(DwordBytes(1), GetBytes(Base(), longest.c_str()));
     EXPECT_WIN32(ERROR_INVALID_PARAMETER, SetDword(Base(), (longest + u"v").c_str(), 1));
-}
-
-TEST_F(RegistryValuesTest, DefaultValueIsNullOrEmptyName)
-{
-    EXPECT_WIN32(ERROR_FILE_NOT_FOUND, Query(Base(), nullptr)) << "a new key has none";
-    ASSERT_EQ(ERROR_SUCCESS, SetString(Base(), nullptr, u"default"));
-    EXPECT_EQ(StringBytes(u"default"), GetBytes(Base(), u""));
-    ASSERT_EQ(ERROR_SUCCESS, RegDeleteValueW(Base(), u""));
-    EXPECT_WIN32(ERROR_FILE_NOT_FOUND, Query(Base(), nullptr));
 }
 
 } // namespace
