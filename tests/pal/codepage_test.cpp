@@ -119,9 +119,9 @@ TEST_F(CodePageTest, MultiByteToWideCharTerminatorsAndBufferSizes)
     EXPECT_EQ(kSentinelW, buffer[5]);
     for (int size : {1, 2, 3, 4}) {
         std::fill(std::begin(buffer), std::end(buffer), kSentinelW);
-        SetLastError(0);
-        EXPECT_EQ(0, MultiByteToWideChar(CP_UTF8, 0, text, -1, buffer, size)) << size;
-        EXPECT_WIN32(ERROR_INSUFFICIENT_BUFFER, GetLastError());
+        SCOPED_TRACE(size);
+        EXPECT_CALL_ERROR(0, ERROR_INSUFFICIENT_BUFFER,
+                          MultiByteToWideChar(CP_UTF8, 0, text, -1, buffer, size));
         if (size == 3) { // only whole characters are stored: the pair does not fit
                          // after "xé"
             EXPECT_EQ(u"x\u00E9", std::u16string(buffer, 2));
@@ -129,12 +129,12 @@ TEST_F(CodePageTest, MultiByteToWideCharTerminatorsAndBufferSizes)
         }
     }
     // Invalid input is reported before a short buffer.
-    EXPECT_EQ(0, MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, "abcdef\xFF", -1, buffer, 2));
-    EXPECT_WIN32(ERROR_NO_UNICODE_TRANSLATION, GetLastError());
+    EXPECT_CALL_ERROR(
+        0, ERROR_NO_UNICODE_TRANSLATION,
+        MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, "abcdef\xFF", -1, buffer, 2));
     // Success leaves the last error alone, also after replacing invalid input.
-    SetLastError(ERROR_ACCESS_DENIED);
-    EXPECT_EQ(4, MultiByteToWideChar(CP_UTF8, 0, "a\x80z", -1, buffer, 8));
-    EXPECT_WIN32(ERROR_ACCESS_DENIED, GetLastError());
+    EXPECT_CALL_ERROR(4, orvtest::LAST_ERROR_UNTOUCHED,
+                      MultiByteToWideChar(CP_UTF8, 0, "a\x80z", -1, buffer, 8));
 }
 
 TEST_F(CodePageTest, MultiByteToWideCharParametersAndFlags)
@@ -216,9 +216,10 @@ TEST_F(CodePageTest, WideCharToMultiByteTerminatorsAndBufferSizes)
     EXPECT_EQ(kSentinelA, buffer[11]);
     for (int size = 1; size < 11; ++size) {
         std::fill(std::begin(buffer), std::end(buffer), kSentinelA);
-        SetLastError(0);
-        EXPECT_EQ(0, WideCharToMultiByte(CP_UTF8, 0, text, -1, buffer, size, nullptr, nullptr));
-        EXPECT_WIN32(ERROR_INSUFFICIENT_BUFFER, GetLastError()) << size;
+        SCOPED_TRACE(size);
+        EXPECT_CALL_ERROR(
+            0, ERROR_INSUFFICIENT_BUFFER,
+            WideCharToMultiByte(CP_UTF8, 0, text, -1, buffer, size, nullptr, nullptr));
         if (size == 5) { // only whole characters: the euro sign does not fit after "xé"
             EXPECT_EQ("x\xC3\xA9"s, std::string(buffer, 3));
             EXPECT_EQ(kSentinelA, buffer[3]);
@@ -287,11 +288,11 @@ TEST_F(CodePageTest, RoundTripsEveryScalarValueClassAndInjectedFaultsFail)
     char narrow[8];
     pal::InjectFault("MultiByteToWideChar", ERROR_NOT_ENOUGH_MEMORY, 2);
     EXPECT_EQ(4, MultiByteToWideChar(CP_UTF8, 0, "abc", -1, wide, 8));
-    EXPECT_EQ(0, MultiByteToWideChar(CP_UTF8, 0, "abc", -1, wide, 8));
-    EXPECT_WIN32(ERROR_NOT_ENOUGH_MEMORY, GetLastError());
+    EXPECT_CALL_ERROR(0, ERROR_NOT_ENOUGH_MEMORY,
+                      MultiByteToWideChar(CP_UTF8, 0, "abc", -1, wide, 8));
     pal::InjectFault("WideCharToMultiByte", ERROR_OUTOFMEMORY);
-    EXPECT_EQ(0, WideCharToMultiByte(CP_UTF8, 0, u"abc", -1, narrow, 8, nullptr, nullptr));
-    EXPECT_WIN32(ERROR_OUTOFMEMORY, GetLastError());
+    EXPECT_CALL_ERROR(0, ERROR_OUTOFMEMORY,
+                      WideCharToMultiByte(CP_UTF8, 0, u"abc", -1, narrow, 8, nullptr, nullptr));
 }
 
 } // namespace

@@ -12,7 +12,7 @@ namespace {
 
 using FaultsTest = orvtest::PalTest;
 
-TEST_F(FaultsTest, EveryCallFailsUntilCleared)
+TEST_F(FaultsTest, EveryCallOrOnlyTheNthMatchingOneFailsAndTheArgumentIgnoresCase)
 {
     pal::InjectFault("CreateEventW", ERROR_ACCESS_DENIED);
     for (int i = 0; i < 3; ++i) {
@@ -24,10 +24,7 @@ TEST_F(FaultsTest, EveryCallFailsUntilCleared)
     EXPECT_FALSE(pal::detail::FailIfInjected("OpenEventW"));
     pal::ClearFault("CreateEventW");
     EXPECT_FALSE(pal::detail::FailIfInjected("CreateEventW"));
-}
 
-TEST_F(FaultsTest, OnlyTheNthMatchingCallFailsAndTheArgumentIgnoresCase)
-{
     pal::InjectFault("RegOpenKeyExW", ERROR_FILE_NOT_FOUND, 3);
     std::vector<bool> failed;
     for (int i = 0; i < 5; ++i)

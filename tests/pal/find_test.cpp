@@ -99,10 +99,8 @@ TEST_F(FindTest, FillsAttributesSizesAndTimes)
                          static_cast<ULONGLONG>(st.st_mtim.tv_nsec) / 100;
     EXPECT_EQ(expected, (ULONGLONG(data.ftLastWriteTime.dwHighDateTime) << 32) |
                             data.ftLastWriteTime.dwLowDateTime);
-    for (int i = 0; i < 2; ++i) { // the end stays the end
-        EXPECT_FALSE(FindNextFileW(handle, &data));
-        EXPECT_WIN32(ERROR_NO_MORE_FILES, GetLastError());
-    }
+    for (int i = 0; i < 2; ++i) // the end stays the end
+        EXPECT_CALL_ERROR(FALSE, ERROR_NO_MORE_FILES, FindNextFileW(handle, &data));
     EXPECT_TRUE(FindClose(handle));
 
     handle = FindFirstFileW(Pattern("sub").c_str(), &data);
@@ -147,12 +145,8 @@ TEST_F(FindTest, SearchesAreIndependent)
     // A closed handle, like one that never was, is invalid for both calls.
     int local = 0;
     for (HANDLE bad : {a, HANDLE(nullptr), INVALID_HANDLE_VALUE, HANDLE(&local)}) {
-        SetLastError(0);
-        EXPECT_FALSE(FindNextFileW(bad, &first));
-        EXPECT_WIN32(ERROR_INVALID_HANDLE, GetLastError());
-        SetLastError(0);
-        EXPECT_FALSE(FindClose(bad));
-        EXPECT_WIN32(ERROR_INVALID_HANDLE, GetLastError());
+        EXPECT_CALL_ERROR(FALSE, ERROR_INVALID_HANDLE, FindNextFileW(bad, &first));
+        EXPECT_CALL_ERROR(FALSE, ERROR_INVALID_HANDLE, FindClose(bad));
     }
 }
 
@@ -167,14 +161,13 @@ TEST_F(FindTest, NoMatchMissingDirectoryAndInjectedFault)
     };
     WIN32_FIND_DATAW data;
     for (const auto& [pattern, dwError] : cases) {
-        SetLastError(0);
-        EXPECT_EQ(INVALID_HANDLE_VALUE, FindFirstFileW(pattern.c_str(), &data));
-        EXPECT_WIN32(dwError, GetLastError()) << orvtest::Narrow(pattern);
+        SCOPED_TRACE(orvtest::Narrow(pattern));
+        EXPECT_CALL_ERROR(INVALID_HANDLE_VALUE, dwError, FindFirstFileW(pattern.c_str(), &data));
     }
 
     pal::InjectFault("FindFirstFileW", ERROR_ACCESS_DENIED, 0, Pattern("*.log").c_str());
-    EXPECT_EQ(INVALID_HANDLE_VALUE, FindFirstFileW(Pattern("*.log").c_str(), &data));
-    EXPECT_WIN32(ERROR_ACCESS_DENIED, GetLastError());
+    EXPECT_CALL_ERROR(INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED,
+                      FindFirstFileW(Pattern("*.log").c_str(), &data));
     EXPECT_EQ((NameList{"c.txt"}), Names(Pattern("*.txt")));
     EXPECT_EQ(1u, pal::FaultHits("FindFirstFileW"));
 }

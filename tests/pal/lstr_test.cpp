@@ -128,12 +128,8 @@ TEST_F(LstrTest, LstrcpynCopiesAtMostOneLessThanTheSizeAndTerminates)
     std::fill(std::begin(buffer), std::end(buffer), kSentinel);
     EXPECT_EQ(buffer, lstrcpynW(buffer, u"abc", 0));
     EXPECT_EQ(kSentinel, buffer[0]);
-    SetLastError(0);
-    EXPECT_EQ(nullptr, lstrcpynW(buffer, nullptr, 4));
-    EXPECT_WIN32(ERROR_INVALID_PARAMETER, GetLastError());
-    SetLastError(0);
-    EXPECT_EQ(nullptr, lstrcpynW(nullptr, u"abc", 4));
-    EXPECT_WIN32(ERROR_INVALID_PARAMETER, GetLastError());
+    EXPECT_CALL_ERROR(nullptr, ERROR_INVALID_PARAMETER, lstrcpynW(buffer, nullptr, 4));
+    EXPECT_CALL_ERROR(nullptr, ERROR_INVALID_PARAMETER, lstrcpynW(nullptr, u"abc", 4));
 }
 
 } // namespace

@@ -157,15 +157,11 @@ TEST_F(MemoryTest, LocalHeapFixedBlocksAndFaults)
     EXPECT_EQ(nullptr, LocalFree(fixed));
     EXPECT_EQ(nullptr, LocalFree(nullptr));
 
-    SetLastError(0);
-    EXPECT_EQ(nullptr, LocalAlloc(0x0002 /* LMEM_MOVEABLE */, 16));
-    EXPECT_WIN32(ERROR_INVALID_PARAMETER, GetLastError());
+    EXPECT_CALL_ERROR(nullptr, ERROR_INVALID_PARAMETER, LocalAlloc(0x0002 /* LMEM_MOVEABLE */, 16));
 
     pal::InjectFault("LocalAlloc", ERROR_NOT_ENOUGH_MEMORY, 2);
     HLOCAL first = LocalAlloc(LPTR, 8);
-    SetLastError(0);
-    EXPECT_EQ(nullptr, LocalAlloc(LPTR, 8));
-    EXPECT_WIN32(ERROR_NOT_ENOUGH_MEMORY, GetLastError());
+    EXPECT_CALL_ERROR(nullptr, ERROR_NOT_ENOUGH_MEMORY, LocalAlloc(LPTR, 8));
     EXPECT_NE(nullptr, first);
     LocalFree(first);
 }

@@ -15,7 +15,6 @@ using ModuleTest = orvtest::PalTest;
 
 constexpr DWORD kUntouched = orvtest::LAST_ERROR_UNTOUCHED;
 
-// Checks that `call` returns `result` and leaves `error` as the last error.
 int g_notAModule;
 const HMODULE kNotAModule = reinterpret_cast<HMODULE>(&g_notAModule);
 

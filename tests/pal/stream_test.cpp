@@ -173,15 +173,13 @@ TEST_F(StreamTest, FailuresSetErrnoAndTheLastError)
     errno = 0;
     EXPECT_EQ(nullptr, _wfopen(nullptr, u"r"));
     EXPECT_EQ(EINVAL, errno);
-    EXPECT_EQ(nullptr, _wfopen(u"x", nullptr));
-    EXPECT_WIN32(ERROR_INVALID_PARAMETER, GetLastError());
+    EXPECT_CALL_ERROR(nullptr, ERROR_INVALID_PARAMETER, _wfopen(u"x", nullptr));
 
     // An injected fault matches the path, and sets errno as the error would.
     pal::InjectFault("_wfopen", ERROR_SHARING_VIOLATION, 0,
                      orvtest::Wide(File("locked.log").string()).c_str());
     errno = 0;
-    EXPECT_EQ(nullptr, Open(File("locked.log"), u"a"));
-    EXPECT_WIN32(ERROR_SHARING_VIOLATION, GetLastError());
+    EXPECT_CALL_ERROR(nullptr, ERROR_SHARING_VIOLATION, Open(File("locked.log"), u"a"));
     EXPECT_EQ(EACCES, errno);
     EXPECT_FALSE(std::filesystem::exists(File("locked.log")));
     FILE* other = Open(File("other.log"), u"w");

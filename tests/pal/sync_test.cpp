@@ -20,7 +20,6 @@ using ProcessThreadsTest = orvtest::PalTest;
 
 constexpr DWORD kDirty = orvtest::LAST_ERROR_UNTOUCHED;
 
-// Checks that `call` returns `result` and leaves `error` as the last error.
 HANDLE FakeHandle(ULONG_PTR value)
 {
     return reinterpret_cast<HANDLE>(value);

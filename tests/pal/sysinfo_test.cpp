@@ -66,9 +66,9 @@ TEST_F(SysInfoTest, OtherSizesTheProfileErrorAndFaultsMakeItFail)
     for (DWORD size : {0u, 1u, 148u, 275u, 277u, 283u, 285u, 552u}) {
         OSVERSIONINFOEXW info{};
         info.dwOSVersionInfoSize = size;
-        SetLastError(0);
-        EXPECT_FALSE(GetVersionExW(reinterpret_cast<LPOSVERSIONINFOW>(&info))) << size;
-        EXPECT_WIN32(ERROR_INSUFFICIENT_BUFFER, GetLastError());
+        SCOPED_TRACE(size);
+        EXPECT_CALL_ERROR(FALSE, ERROR_INSUFFICIENT_BUFFER,
+                          GetVersionExW(reinterpret_cast<LPOSVERSIONINFOW>(&info)));
         EXPECT_EQ(0u, info.dwMajorVersion);
     }
 
@@ -77,13 +77,11 @@ TEST_F(SysInfoTest, OtherSizesTheProfileErrorAndFaultsMakeItFail)
     pal::SetHostProfile(profile);
     OSVERSIONINFOW info{};
     info.dwOSVersionInfoSize = sizeof(info);
-    EXPECT_FALSE(GetVersionExW(&info));
-    EXPECT_WIN32(ERROR_ACCESS_DENIED, GetLastError());
+    EXPECT_CALL_ERROR(FALSE, ERROR_ACCESS_DENIED, GetVersionExW(&info));
 
     pal::SetHostProfile(pal::HostProfile{});
     pal::InjectFault("GetVersionExW", ERROR_NOT_ENOUGH_MEMORY, 1);
-    EXPECT_FALSE(GetVersionExW(&info));
-    EXPECT_WIN32(ERROR_NOT_ENOUGH_MEMORY, GetLastError());
+    EXPECT_CALL_ERROR(FALSE, ERROR_NOT_ENOUGH_MEMORY, GetVersionExW(&info));
     EXPECT_TRUE(GetVersionExW(&info));
 }
 

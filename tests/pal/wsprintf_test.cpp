@@ -78,40 +78,30 @@ TEST_F(WsprintfTest, LiteralsIntegersAndPointers)
     EXPECT_A("42", "%d", 42);
     EXPECT_A("-42", "%i", -42);
     EXPECT_A("-2147483648", "%d", INT_MIN);
-    EXPECT_A("2147483647", "%ld", LONG{2147483647});
     EXPECT_A("-1", "%ld", LONG{-1});
     EXPECT_A("4294967295", "%u", -1);
-    EXPECT_A("4294967295", "%lu", ULONG{0xFFFFFFFF});
     EXPECT_A("ff", "%x", 255);
-    EXPECT_A("FF", "%X", 255);
     EXPECT_A("ffffffff", "%lx", -1);
     EXPECT_A("DEADBEEF", "%lX", DWORD{0xDEADBEEF});
     // 'h' takes a short.
     EXPECT_A("-1", "%hd", 0xFFFF);
-    EXPECT_A("5", "%hd", 65541);
     EXPECT_A("65535", "%hu", -1);
     EXPECT_A("ffff", "%hx", -1);
     // 64-bit and pointer-sized values.
     EXPECT_A("123450067890A", "%I64X", ULONGLONG{0x123450067890A});
-    EXPECT_A("543210000000", "%I64d", LONGLONG{543210000000});
     EXPECT_A("-9223372036854775808", "%I64d", LONGLONG{INT64_MIN});
     EXPECT_A("FFFFFFFFFFFEDCBB", "%I64X", LONGLONG{-0x12345});
     EXPECT_A("18446744073709551493", "%I64u", LONGLONG{-123});
     EXPECT_A("67890A", "%I32X", 0x67890A);
     EXPECT_A("-12345", "%Id", INT_PTR{-12345});
-    EXPECT_A("123450067890a", "%Ix", INT_PTR{0x123450067890a});
     EXPECT_A("fffffffffffedcbb", "%Ix", INT_PTR{-0x12345});
     // %p: upper-case hexadecimal, 16 digits.
     EXPECT_A("0000000000001234", "%p", reinterpret_cast<void*>(0x1234));
     EXPECT_A("FFFFFFFFFFFEDCBB", "%p", reinterpret_cast<void*>(INT_PTR{-0x12345}));
-    EXPECT_A("[0000000000000000]", "[%p]", static_cast<void*>(nullptr));
     // The same code formats the wide strings.
     EXPECT_W(u"100%", u"100%%");
-    EXPECT_W(u"-2147483648", u"%d", INT_MIN);
     EXPECT_W(u"ffffffff", u"%lx", -1);
-    EXPECT_W(u"18446744073709551493", u"%I64u", LONGLONG{-123});
     EXPECT_W(u"FFFFFFFFFFFEDCBB", u"%I64X", LONGLONG{-0x12345});
-    EXPECT_W(u"-12345", u"%Id", INT_PTR{-12345});
     EXPECT_W(u"0000000000ABCDEF", u"%p", reinterpret_cast<void*>(0xABCDEF));
 }
 
@@ -119,10 +109,8 @@ TEST_F(WsprintfTest, WidthFlagsAndPrecision)
 {
     EXPECT_A("000042", "%06d", 42);
     EXPECT_A("-00042", "%06d", -42);
-    EXPECT_A("-000000001", "%010ld", LONG{-1});
     EXPECT_A("   -42", "%6d", -42);
     EXPECT_A("42    |", "%-6d|", 42);
-    EXPECT_A("42    |", "%-06d|", 42);
     EXPECT_A("123456", "%3d", 123456);
     EXPECT_A("00000001", "%.8x", 1);
     EXPECT_A("0000001f", "%08x", 31);
@@ -130,15 +118,12 @@ TEST_F(WsprintfTest, WidthFlagsAndPrecision)
     EXPECT_A("-005", "%.3d", -5);
     EXPECT_A("  -005", "%6.3d", -5);
     EXPECT_A("0", "%.0d", 0);
-    EXPECT_A("0", "%.d", 0);
     EXPECT_A("0xff", "%#x", 255);
-    EXPECT_A("0XFF", "%#X", 255);
     EXPECT_A("0x0", "%#x", 0);
     EXPECT_A("0x001f", "%#06x", 31);
     EXPECT_A("    0x1f", "%#8x", 31);
     EXPECT_A("0x1f    |", "%-#8x|", 31);
     EXPECT_A("0x0000001f", "%#.8x", 31);
-    EXPECT_W(u"-00042", u"%06d", -42);
     EXPECT_W(u"0x0000001f", u"%#.8x", 31);
     // The trace lines of the system's log.
     EXPECT_A("[000123] [07/04 09:05:03 042] ", "[%06d] [%02d/%02d %02d:%02d:%02d %03d] ", 123, 7, 4,
@@ -162,7 +147,6 @@ TEST_F(WsprintfTest, CharactersInTheCallersWidthOrTheOther)
     EXPECT_A("\xE2\x82\xAC", "%lc", u'\u20AC');
     EXPECT_A("\xE2\x82\xAC", "%wc", u'\u20AC');
     EXPECT_A("y", "%hc", 'y');
-    EXPECT_A("y", "%hC", 'y');
     EXPECT_A("\xEF\xBF\xBD", "%C", u'\xD800');
     // wsprintfW: %c wide, %C narrow.
     EXPECT_W(u"\u00E9", u"%c", u'\u00E9');
@@ -184,10 +168,8 @@ TEST_F(WsprintfTest, StringsInTheCallersWidthOrTheOther)
     EXPECT_A("(nu", "%.3s", kNullA);
     EXPECT_A("wide", "%S", u"wide");
     EXPECT_A("wide", "%ls", u"wide");
-    EXPECT_A("wide", "%lS", u"wide");
     EXPECT_A("wide", "%ws", u"wide");
     EXPECT_A("narrow", "%hs", "narrow");
-    EXPECT_A("narrow", "%hS", "narrow");
     EXPECT_A("h\xC3\xA9", "%S", u"h\u00E9");
     EXPECT_A("\xF0\x9F\x8D\xB7", "%S", u"\U0001F377");
     EXPECT_A("a\xEF\xBF\xBD\x62", "%S", u"a\xD800\x62");
@@ -206,7 +188,6 @@ TEST_F(WsprintfTest, StringsInTheCallersWidthOrTheOther)
     EXPECT_A(" \xE2\x98\x86", "%4S", u"\u2606");
     // wsprintfW: %s wide, %S narrow (converted from UTF-8), %hs/%ls/%ws forced.
     EXPECT_W(u"wide", u"%s", u"wide");
-    EXPECT_W(u"wide", u"%ls", u"wide");
     EXPECT_W(u"wide", u"%ws", u"wide");
     EXPECT_W(u"wide", u"%wS", u"wide");
     EXPECT_W(u"narrow", u"%S", "narrow");
@@ -235,8 +216,6 @@ TEST_F(WsprintfTest, PercentBeforeANonTypePrintsTheCharacterAndUsesNoArgument)
     EXPECT_A("%", "%-%");
     EXPECT_A("abc", "abc%");
     EXPECT_A("abc", "abc%-05l");
-    EXPECT_A("I", "%I64I");
-    EXPECT_W(u"y", u"%y");
     EXPECT_W(u"ld5", u"%lld%d", 5);
     EXPECT_W(u"%", u"%-%");
 }
