@@ -97,10 +97,6 @@ TEST_F(LCPairTest, PairRecordsHaveTheServiceLayout)
 {
     EXPECT_EQ(40u, sizeof(LC_PAIR));
     EXPECT_EQ(16u, sizeof(LC_PAIR_ARRAY));
-    LC_PAIR pairs[2] = {};
-    LC_PAIR_ARRAY array = {2, pairs};
-    EXPECT_EQ(reinterpret_cast<BYTE*>(&pairs[1]), reinterpret_cast<BYTE*>(array.Pairs) + 40)
-        << "pairs are contiguous";
 }
 
 } // namespace

@@ -29,20 +29,16 @@ Texts SourceTexts(const CSnapshotEntry& entry)
                        entry.SourceDrive()});
 }
 
-TEST_F(SnapshotEntryTest, ANewEntryIsZeroedAndSettersStoreIdFilerAndAttribute)
+TEST_F(SnapshotEntryTest, ANewEntryIsZeroedAndSetFilerTakesTheStringItself)
 {
     std::unique_ptr<CSnapshotEntry> pEntry(new (std::nothrow) CSnapshotEntry);
     ASSERT_NE(nullptr, pEntry);
     EXPECT_TRUE(IsEqualGUID(GUID_NULL, pEntry->SnapshotId()));
     EXPECT_EQ(Texts(13, "<null>"), FieldTexts(StringFields(*pEntry)));
     EXPECT_EQ(SNAPSHOT_ATTR_NONE, pEntry->SnapshotAttr());
-    pEntry->SetSnapshotId(kSnapshotId);
     LPWSTR pszFiler = orvtest::TaskString("filer1");
     pEntry->SetFiler(pszFiler);
-    pEntry->SetSnapshotAttr(-1);
-    EXPECT_TRUE(IsEqualGUID(kSnapshotId, pEntry->SnapshotId()));
-    EXPECT_EQ(pszFiler, pEntry->Filer()) << "the entry takes the string itself";
-    EXPECT_EQ(-1, pEntry->SnapshotAttr());
+    EXPECT_EQ(pszFiler, pEntry->Filer());
 }
 
 TEST_F(SnapshotEntryTest, SetSourceLunInfoCopiesTheSixArgumentsNullAsEmpty)
