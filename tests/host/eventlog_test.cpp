@@ -49,17 +49,25 @@ protected:
     }
 };
 
-TEST_F(EventLogWriterTest, InitializeRegistersTheSourceInItsScope)
+TEST_F(EventLogWriterTest, InitializeRegistersTheSourceDestructionDeregistersIt)
 {
-    CEventLog writer;
-    EXPECT_HR(S_OK, writer.Initialize(W("Orvhwsvc")));
+    auto pWriter = std::make_unique<CEventLog>();
+    EXPECT_HR(S_OK, pWriter->Initialize(W("Orvhwsvc")));
     EXPECT_EQ("CEventLog::Initialize() entered\n"
               "CEventLog::Initialize() exited\n",
               TakeTraceText());
-    EXPECT_HR(S_OK, writer.Log(ORVPROV_EVENT_SERVICE_STARTED, 0));
+    EXPECT_HR(S_OK, pWriter->Log(ORVPROV_EVENT_SERVICE_STARTED, 0));
     auto events = Events();
     ASSERT_EQ(1u, events.size());
     EXPECT_EQ(u"Orvhwsvc", events[0].source);
+    TakeTraceText();
+    pal::InjectFault("DeregisterEventSource", ERROR_INVALID_HANDLE, 1000);
+    pWriter.reset();
+    EXPECT_EQ(1u, pal::FaultCalls("DeregisterEventSource"));
+    EXPECT_EQ(0u, pal::FaultHits("DeregisterEventSource"));
+    EXPECT_EQ("CEventLog::~CEventLog() entered\n"
+              "CEventLog::~CEventLog() exited\n",
+              TakeTraceText());
 }
 
 TEST_F(EventLogWriterTest, FailedRegistrationIsTracedAndReturned)
@@ -87,18 +95,6 @@ TEST_F(EventLogWriterTest, FailedRegistrationIsTracedAndReturned)
     CEventLog writer;
     EXPECT_HR(HRESULT(0x80070005), writer.Initialize(W("Orvhwsvc")));
     EXPECT_EQ("    RegisterEventSource FAILED [error=0x00000005]\n", TakeTraceText());
-}
-
-TEST_F(EventLogWriterTest, DestructionDeregistersTheSource)
-{
-    auto pWriter = NewWriter();
-    pal::InjectFault("DeregisterEventSource", ERROR_INVALID_HANDLE, 1000);
-    pWriter.reset();
-    EXPECT_EQ(1u, pal::FaultCalls("DeregisterEventSource"));
-    EXPECT_EQ(0u, pal::FaultHits("DeregisterEventSource"));
-    EXPECT_EQ("CEventLog::~CEventLog() entered\n"
-              "CEventLog::~CEventLog() exited\n",
-              TakeTraceText());
 }
 
 // The cases administrators rely on: type from the severity bits, the code's bytes as data.
