@@ -92,72 +92,65 @@ TEST_F(OrvsimRegTest, QueryOfAMissingKeyOrValueFails)
     EXPECT_EQ(kNotFound, r.err);
 }
 
-TEST_F(OrvsimRegTest, QueryDefaultValueWhenUnsetAndSet)
+// Keys and values added, then one query and its exact output, in the order given: later rows see
+// what earlier rows added.
+TEST_F(OrvsimRegTest, QueriesShowWhatWasAdded)
 {
-    Add({"HKCU\\Software\\Orv"});
-    ProcessResult r = Reg({"query", "HKCU\\Software\\Orv", "/ve"});
-    EXPECT_EQ(0, r.exitCode);
-    EXPECT_EQ("\nHKEY_CURRENT_USER\\Software\\Orv\n    (Default)    REG_SZ    (value not set)\n",
-              r.out);
-    Add({"HKCU\\Software\\Orv", "/ve", "/d", "set"});
-    r = Reg({"query", "HKCU\\Software\\Orv", "/ve"});
-    EXPECT_EQ("\nHKEY_CURRENT_USER\\Software\\Orv\n    (Default)    REG_SZ    set\n", r.out);
-}
-
-TEST_F(OrvsimRegTest, RecursiveQueryListsTheWholeTree)
-{
-    Add({"HKLM\\Software\\Tree", "/v", "top", "/t", "REG_DWORD", "/d", "1"});
-    Add({"HKLM\\Software\\Tree\\B\\Deep", "/v", "deep", "/d", "x"});
-    Add({"HKLM\\Software\\Tree\\A"});
-    ProcessResult r = Reg({"query", "hklm\\software\\tree", "/s"});
-    EXPECT_EQ(0, r.exitCode);
-    EXPECT_EQ("\n"
-              "HKEY_LOCAL_MACHINE\\software\\tree\n"
-              "    top    REG_DWORD    0x1\n"
-              "\n"
-              "HKEY_LOCAL_MACHINE\\software\\tree\\A\n"
-              "\n"
-              "HKEY_LOCAL_MACHINE\\software\\tree\\B\n"
-              "\n"
-              "HKEY_LOCAL_MACHINE\\software\\tree\\B\\Deep\n"
-              "    deep    REG_SZ    x\n",
-              r.out);
-}
-
-TEST_F(OrvsimRegTest, RecursiveSearchForOneValue)
-{
-    Add({"HKLM\\Software\\Search\\One", "/v", "Id", "/t", "REG_DWORD", "/d", "1"});
-    Add({"HKLM\\Software\\Search\\Two", "/v", "Id", "/t", "REG_DWORD", "/d", "2"});
-    Add({"HKLM\\Software\\Search\\Three", "/v", "Other", "/d", "x"});
-    ProcessResult r = Reg({"query", "HKLM\\Software\\Search", "/v", "Id", "/s"});
-    EXPECT_EQ(0, r.exitCode);
-    EXPECT_EQ("\n"
-              "HKEY_LOCAL_MACHINE\\Software\\Search\\One\n"
-              "    Id    REG_DWORD    0x1\n"
-              "\n"
-              "HKEY_LOCAL_MACHINE\\Software\\Search\\Two\n"
-              "    Id    REG_DWORD    0x2\n"
-              "\n"
-              "End of search: 2 match(es) found.\n",
-              r.out);
-}
-
-TEST_F(OrvsimRegTest, RootNamesAndOptionSpellings)
-{
-    Add({"HKEY_LOCAL_MACHINE\\Software\\Spelled", "-V", "a", "-D", "1"});
-    ProcessResult r = Reg({"QUERY", "hkey_local_machine\\Software\\Spelled", "/V", "a"});
-    EXPECT_EQ(0, r.exitCode) << r.err;
-    EXPECT_EQ("\nHKEY_LOCAL_MACHINE\\Software\\Spelled\n    a    REG_SZ    1\n", r.out);
-}
-
-TEST_F(OrvsimRegTest, ClassesRootIsSoftwareClasses)
-{
-    Add({"HKCR\\.orv", "/ve", "/d", "Orvane.File"});
-    ProcessResult r = Reg({"query", "HKLM\\Software\\Classes\\.orv", "/ve"});
-    EXPECT_EQ(0, r.exitCode);
-    EXPECT_EQ("\nHKEY_LOCAL_MACHINE\\Software\\Classes\\.orv\n    (Default)    REG_SZ    "
-              "Orvane.File\n",
-              r.out);
+    const struct
+    {
+        const char* name;
+        std::vector<std::vector<std::string>> adds;
+        std::vector<std::string> query;
+        std::string out;
+    } cases[] = {
+        {"default value unset",
+         {{"HKCU\\Software\\Orv"}},
+         {"HKCU\\Software\\Orv", "/ve"},
+         "\nHKEY_CURRENT_USER\\Software\\Orv\n    (Default)    REG_SZ    (value not set)\n"},
+        {"default value set",
+         {{"HKCU\\Software\\Orv", "/ve", "/d", "set"}},
+         {"HKCU\\Software\\Orv", "/ve"},
+         "\nHKEY_CURRENT_USER\\Software\\Orv\n    (Default)    REG_SZ    set\n"},
+        {"recursive query lists the whole tree",
+         {{"HKLM\\Software\\Tree", "/v", "top", "/t", "REG_DWORD", "/d", "1"},
+          {"HKLM\\Software\\Tree\\B\\Deep", "/v", "deep", "/d", "x"},
+          {"HKLM\\Software\\Tree\\A"}},
+         {"hklm\\software\\tree", "/s"},
+         "\nHKEY_LOCAL_MACHINE\\software\\tree\n"
+         "    top    REG_DWORD    0x1\n"
+         "\nHKEY_LOCAL_MACHINE\\software\\tree\\A\n"
+         "\nHKEY_LOCAL_MACHINE\\software\\tree\\B\n"
+         "\nHKEY_LOCAL_MACHINE\\software\\tree\\B\\Deep\n"
+         "    deep    REG_SZ    x\n"},
+        {"recursive search for one value",
+         {{"HKLM\\Software\\Search\\One", "/v", "Id", "/t", "REG_DWORD", "/d", "1"},
+          {"HKLM\\Software\\Search\\Two", "/v", "Id", "/t", "REG_DWORD", "/d", "2"},
+          {"HKLM\\Software\\Search\\Three", "/v", "Other", "/d", "x"}},
+         {"HKLM\\Software\\Search", "/v", "Id", "/s"},
+         "\nHKEY_LOCAL_MACHINE\\Software\\Search\\One\n"
+         "    Id    REG_DWORD    0x1\n"
+         "\nHKEY_LOCAL_MACHINE\\Software\\Search\\Two\n"
+         "    Id    REG_DWORD    0x2\n"
+         "\nEnd of search: 2 match(es) found.\n"},
+        {"root names and option spellings",
+         {{"HKEY_LOCAL_MACHINE\\Software\\Spelled", "-V", "a", "-D", "1"}},
+         {"hkey_local_machine\\Software\\Spelled", "/V", "a"},
+         "\nHKEY_LOCAL_MACHINE\\Software\\Spelled\n    a    REG_SZ    1\n"},
+        {"the classes root is Software\\Classes",
+         {{"HKCR\\.orv", "/ve", "/d", "Orvane.File"}},
+         {"HKLM\\Software\\Classes\\.orv", "/ve"},
+         "\nHKEY_LOCAL_MACHINE\\Software\\Classes\\.orv\n    (Default)    REG_SZ    Orvane.File\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        for (const auto& add : c.adds)
+            Add(add);
+        std::vector<std::string> query{"QUERY"};
+        query.insert(query.end(), c.query.begin(), c.query.end());
+        ProcessResult r = Reg(query);
+        EXPECT_EQ(0, r.exitCode) << r.err;
+        EXPECT_EQ(c.out, r.out);
+    }
 }
 
 TEST_F(OrvsimRegTest, AddAsksBeforeOverwriting)

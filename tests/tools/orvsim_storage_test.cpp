@@ -77,7 +77,7 @@ TEST_F(OrvsimStorageTest, InitRefusesABadTopologyAndKeepsTheState)
     EXPECT_EQ(2u, view.filers.size());
 }
 
-TEST_F(OrvsimStorageTest, FaultsSetByTheToolReachTheServiceOfAnotherProcess)
+TEST_F(OrvsimStorageTest, FaultsAndSettingsSetByTheToolReachTheServiceOfAnotherProcess)
 {
     Ok({"fail", "IsUnlockedCloneSupported", "0x80070005", "--times", "1"});
     Ok({"delay", "EnumVirtualDisks", "10"});
@@ -97,6 +97,14 @@ TEST_F(OrvsimStorageTest, FaultsSetByTheToolReachTheServiceOfAnotherProcess)
     Ok({"clear-faults"});
     ASSERT_HR(S_OK, storagesim::ListFaults(&faults));
     EXPECT_TRUE(faults.empty());
+
+    Ok({"handoff", "both"});
+    Ok({"hyperv", "disabled"});
+    storagesim::StateView view;
+    ASSERT_HR(S_OK, storagesim::ReadState(&view));
+    EXPECT_EQ("both", view.handoff);
+    EXPECT_TRUE(view.fHyperVInstalled);
+    EXPECT_FALSE(view.fHyperVRoleEnabled);
 }
 
 TEST_F(OrvsimStorageTest, FailAcceptsNamesAndRefusesSuccessCodesAndUnknownMethods)
@@ -109,17 +117,6 @@ TEST_F(OrvsimStorageTest, FailAcceptsNamesAndRefusesSuccessCodesAndUnknownMethod
     r = Storage({"fail", "Frobnicate", "E_FAIL"});
     EXPECT_EQ(1, r.exitCode);
     EXPECT_NE(std::string::npos, r.err.find("Frobnicate")) << r.err;
-}
-
-TEST_F(OrvsimStorageTest, SettingsReachTheState)
-{
-    Ok({"handoff", "both"});
-    Ok({"hyperv", "disabled"});
-    storagesim::StateView view;
-    ASSERT_HR(S_OK, storagesim::ReadState(&view));
-    EXPECT_EQ("both", view.handoff);
-    EXPECT_TRUE(view.fHyperVInstalled);
-    EXPECT_FALSE(view.fHyperVRoleEnabled);
 }
 
 TEST_F(OrvsimStorageTest, DataIsWrittenByDriveAndReadByLun)
