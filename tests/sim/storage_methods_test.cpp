@@ -250,26 +250,6 @@ TEST_F(StorageMethodsTest, TargetLunIdentityIsAssignedOnceAndCreatedOnRequest)
     FreeTargetLunInfo(pInfo);
 }
 
-TEST_F(StorageMethodsTest, TargetLunExposesTheSnapshotsData)
-{
-    ASSERT_HR(S_OK, storagesim::WriteLunData("verdane01", "/vol/vol1/lun1", 10, "at the cut"));
-    SnapshotE(u"snap1");
-    ASSERT_HR(S_OK, storagesim::WriteLunData("verdane01", "/vol/vol1/lun1", 10, "later data"));
-    CLocation source(u"verdane01", u"/vol/vol1/lun1");
-    TARGET_LUN_INFO* pInfo = nullptr;
-    ASSERT_HR(S_OK, m_pSupport->GetTargetLunInfo(source.Get(), u"snap1", 1, 1, &pInfo));
-    ASSERT_HR(S_OK, m_pSupport->CreateTargetLun(source.Get(), u"snap1", pInfo));
-    std::string data;
-    ASSERT_HR(S_OK, storagesim::ReadLunData(
-                        "verdane01", orvtest::Narrow(pInfo->lunLocation.lunPath), 10, 10, &data));
-    EXPECT_EQ("at the cut", data);
-    // Asked as writable (a recovery), the target LUN is mapped read-write.
-    auto view = State();
-    ASSERT_EQ(7u, view.disks.size());
-    EXPECT_FALSE(view.disks[6].fReadonly);
-    FreeTargetLunInfo(pInfo);
-}
-
 TEST_F(StorageMethodsTest, TargetLunLookupFailures)
 {
     SnapshotE(u"snap1");
@@ -326,13 +306,22 @@ TEST_F(StorageMethodsTest, CreateTargetLunFailures)
     EXPECT_EQ("snap1", view.luns[5].snapshot);
 }
 
-TEST_F(StorageMethodsTest, DeletingTargetLunsAndSnapshots)
+TEST_F(StorageMethodsTest, WritableTargetLunExposesTheSnapshotsDataUntilDeleted)
 {
+    ASSERT_HR(S_OK, storagesim::WriteLunData("verdane01", "/vol/vol1/lun1", 10, "at the cut"));
     SnapshotE(u"snap1");
+    ASSERT_HR(S_OK, storagesim::WriteLunData("verdane01", "/vol/vol1/lun1", 10, "later data"));
     CLocation source(u"verdane01", u"/vol/vol1/lun1");
     TARGET_LUN_INFO* pInfo = nullptr;
-    ASSERT_HR(S_OK, m_pSupport->GetTargetLunInfo(source.Get(), u"snap1", 1, 0, &pInfo));
+    ASSERT_HR(S_OK, m_pSupport->GetTargetLunInfo(source.Get(), u"snap1", 1, 1, &pInfo));
     ASSERT_HR(S_OK, m_pSupport->CreateTargetLun(source.Get(), u"snap1", pInfo));
+    std::string data;
+    ASSERT_HR(S_OK, storagesim::ReadLunData(
+                        "verdane01", orvtest::Narrow(pInfo->lunLocation.lunPath), 10, 10, &data));
+    EXPECT_EQ("at the cut", data);
+    // Asked as writable (a recovery), the target LUN is mapped read-write.
+    ASSERT_EQ(7u, State().disks.size());
+    EXPECT_FALSE(State().disks[6].fReadonly);
     // The snapshot is busy while its target LUN exists.
     EXPECT_HR(TESSERA_E_SNAPSHOT_BUSY, m_pSupport->DeleteSnapShot(source.Get(), u"snap1"));
     EXPECT_TRUE(HasSnapshot("verdane01", "/vol/vol1/lun1", "snap1"));
@@ -359,29 +348,25 @@ TEST_F(StorageMethodsTest, DeletingTargetLunsAndSnapshots)
 
 // ---- SetDatasetAttrib ----
 
-TEST_F(StorageMethodsTest, DatasetTagIsRecorded)
-{
-    CDriveList drives({u"E:\\", u"I:\\"});
-    ASSERT_HR(S_OK, m_pSupport->SetDatasetAttrib(u"{set}", drives.Get()));
-    auto view = State();
-    ASSERT_EQ(2u, view.datasets.size());
-    EXPECT_EQ("{set}", view.datasets[0].tag);
-    EXPECT_EQ("E:\\", view.datasets[0].drive);
-    EXPECT_EQ("I:\\", view.datasets[1].drive);
-}
-
-TEST_F(StorageMethodsTest, DatasetFailuresRecordNothing)
+TEST_F(StorageMethodsTest, DatasetTagIsRecordedAndFailuresRecordNothing)
 {
     CDriveList unknown({u"E:\\", u"K:\\"});
     EXPECT_HR(TESSERA_E_DRIVE_NOT_FOUND, m_pSupport->SetDatasetAttrib(u"{set}", unknown.Get()));
     ExpectError("Drive K:\\ is not on a LUN of a managed filer");
     CDriveList none({});
     EXPECT_HR(E_INVALIDARG, m_pSupport->SetDatasetAttrib(u"{set}", none.Get()));
-    CDriveList drives({u"E:\\"});
+    CDriveList drives({u"E:\\", u"I:\\"});
     EXPECT_HR(E_INVALIDARG, m_pSupport->SetDatasetAttrib(u"", drives.Get()));
     EXPECT_HR(E_POINTER, m_pSupport->SetDatasetAttrib(nullptr, drives.Get()));
     EXPECT_HR(E_POINTER, m_pSupport->SetDatasetAttrib(u"{set}", nullptr));
     EXPECT_TRUE(State().datasets.empty());
+
+    ASSERT_HR(S_OK, m_pSupport->SetDatasetAttrib(u"{set}", drives.Get()));
+    auto view = State();
+    ASSERT_EQ(2u, view.datasets.size());
+    EXPECT_EQ("{set}", view.datasets[0].tag);
+    EXPECT_EQ("E:\\", view.datasets[0].drive);
+    EXPECT_EQ("I:\\", view.datasets[1].drive);
 }
 
 // ---- The call factory and the asynchronous forms of the quick methods ----

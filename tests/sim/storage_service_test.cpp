@@ -37,12 +37,11 @@ TEST_F(StorageServiceTest, StartWritesTheVersionUnderTheServicesKey)
     EXPECT_EQ("3.1.9.9", ReadProductVersion());
 }
 
-TEST_F(StorageServiceTest, BothClassesAreServedAsLocalServers)
+TEST_F(StorageServiceTest, BothClassesAreServedAsLocalServersWithErrorInformation)
 {
     CComPtr<IVSSSupport> pSupport = NewVssSupport();
     ASSERT_NE(nullptr, static_cast<IVSSSupport*>(pSupport));
-    for (const IID* piid : {&IID_ISnapShot, &IID_ICallFactory, &IID_IConnectionPointContainer,
-                            &IID_ISupportErrorInfo}) {
+    for (const IID* piid : {&IID_ISnapShot, &IID_ICallFactory, &IID_IConnectionPointContainer}) {
         CComPtr<IUnknown> pUnk;
         EXPECT_HR(S_OK, pSupport->QueryInterface(*piid, reinterpret_cast<void**>(&pUnk)));
     }
@@ -53,11 +52,7 @@ TEST_F(StorageServiceTest, BothClassesAreServedAsLocalServers)
     CComPtr<IUnknown> pWrong;
     EXPECT_HR(E_NOINTERFACE,
               pHyperV->QueryInterface(IID_IVSSSupport, reinterpret_cast<void**>(&pWrong)));
-}
 
-TEST_F(StorageServiceTest, ErrorInformationIsSupportedForTheServiceInterfaces)
-{
-    CComPtr<IVSSSupport> pSupport = NewVssSupport();
     CComPtr<ISupportErrorInfo> pSupportErrorInfo;
     ASSERT_HR(S_OK, pSupport.QueryInterface(&pSupportErrorInfo));
     EXPECT_HR(S_OK, pSupportErrorInfo->InterfaceSupportsErrorInfo(IID_IVSSSupport));
@@ -68,7 +63,7 @@ TEST_F(StorageServiceTest, ErrorInformationIsSupportedForTheServiceInterfaces)
     EXPECT_HR(S_OK, pSupportErrorInfo->InterfaceSupportsErrorInfo(IID_AsyncIVSSSupport));
 }
 
-TEST_F(StorageServiceTest, HyperVAnswersTheHostsSettings)
+TEST_F(StorageServiceTest, HyperVAnswersTheHostsSettingsAndRaisesItsFailures)
 {
     CComPtr<IHyperVSupport> pHyperV;
     ASSERT_HR(S_OK, pHyperV.CoCreateInstance(CLSID_HyperVSupport, nullptr, CLSCTX_LOCAL_SERVER));
@@ -81,14 +76,9 @@ TEST_F(StorageServiceTest, HyperVAnswersTheHostsSettings)
     EXPECT_HR(S_OK, pHyperV->IsHyperVInstalled(&fInstalled));
     EXPECT_EQ(1, fInstalled);
     EXPECT_HR(E_POINTER, pHyperV->IsHyperVRoleEnabled(nullptr));
-}
 
-TEST_F(StorageServiceTest, HyperVFailureRaisesTheComErrorThroughTheCheckedCall)
-{
-    CComPtr<IHyperVSupport> pHyperV;
-    ASSERT_HR(S_OK, pHyperV.CoCreateInstance(CLSID_HyperVSupport, nullptr, CLSCTX_LOCAL_SERVER));
+    // The checked call raises the failure with its error object, once.
     ASSERT_HR(S_OK, storagesim::SetFault("IsHyperVRoleEnabled", RPC_E_SERVERFAULT, 1));
-    BOOLEAN fEnabled = 0;
     try {
         pHyperV.Invoke(&IHyperVSupport::IsHyperVRoleEnabled, &fEnabled);
         FAIL() << "no exception";
@@ -102,11 +92,10 @@ TEST_F(StorageServiceTest, HyperVFailureRaisesTheComErrorThroughTheCheckedCall)
         EXPECT_EQ("Tessera.HyperVSupport.1", orvtest::Narrow(bstr));
         SysFreeString(bstr);
     }
-    // One failure only.
     EXPECT_HR(S_OK, pHyperV.Invoke(&IHyperVSupport::IsHyperVRoleEnabled, &fEnabled));
 }
 
-TEST_F(StorageServiceTest, ActivationFaultFailsCoCreateInstance)
+TEST_F(StorageServiceTest, ActivationFaultAndSuspensionFailCoCreateInstanceUntilLifted)
 {
     ASSERT_HR(S_OK, storagesim::SetFault("CreateInstance", E_ACCESSDENIED, 1));
     IVSSSupport* pSupport = reinterpret_cast<IVSSSupport*>(0x1);
@@ -115,12 +104,7 @@ TEST_F(StorageServiceTest, ActivationFaultFailsCoCreateInstance)
                                reinterpret_cast<void**>(&pSupport)));
     EXPECT_EQ(nullptr, pSupport);
     EXPECT_NE(nullptr, static_cast<IVSSSupport*>(NewVssSupport()));
-}
-
-TEST_F(StorageServiceTest, SuspendedServiceIsStopping)
-{
     ASSERT_HR(S_OK, CoSuspendClassObjects());
-    IVSSSupport* pSupport = nullptr;
     EXPECT_HR(CO_E_SERVER_STOPPING,
               CoCreateInstance(CLSID_VSSSupport, nullptr, CLSCTX_LOCAL_SERVER, IID_IVSSSupport,
                                reinterpret_cast<void**>(&pSupport)));

@@ -77,40 +77,30 @@ TEST_F(StorageStateTest, InitializeReplacesTheStateWithATopology)
     EXPECT_EQ("4.0.0.1", View().version);
 }
 
-struct BadTopology
+TEST_F(StorageStateTest, BadTopologyIsRefusedWithAMessage)
 {
-    const char* name;
-    const char* json;
-    const char* message;
-};
-
-class StorageBadTopologyTest : public StorageStateTest,
-                               public ::testing::WithParamInterface<BadTopology>
-{};
-
-TEST_P(StorageBadTopologyTest, IsRefusedWithAMessage)
-{
-    std::string message;
-    EXPECT_HR(E_INVALIDARG, storagesim::InitializeState(GetParam().json, "", &message));
-    EXPECT_NE(std::string::npos, message.find(GetParam().message)) << message;
+    const struct
+    {
+        const char* json;
+        const char* message;
+    } cases[] = {
+        {"{filers", "topology:"},
+        {"[1, 2]", "JSON object"},
+        {"{}", "filers"},
+        {R"({"filers": [{"name": "f", "volumes": [{"name": "v", "luns": [
+           {"name": "l", "serial": "SHORT"}]}]}]})",
+         "12 characters"},
+        {R"({"filers": [{"name": "f", "volumes": [{"name": "v", "luns": [
+           {"name": "l", "serial": "ABCDEFGHIJKL", "host": {"transport": "sas"}}]}]}]})",
+         "transport"},
+        {R"({"handoff": "never", "filers": []})", "handoff"},
+    };
+    for (const auto& c : cases) {
+        std::string message;
+        EXPECT_HR(E_INVALIDARG, storagesim::InitializeState(c.json, "", &message)) << c.json;
+        EXPECT_NE(std::string::npos, message.find(c.message)) << message;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Topologies, StorageBadTopologyTest,
-    ::testing::Values(BadTopology{"NotJson", "{filers", "topology:"},
-                      BadTopology{"NotAnObject", "[1, 2]", "JSON object"},
-                      BadTopology{"NoFilers", "{}", "filers"},
-                      BadTopology{"ShortSerial",
-                                  R"({"filers": [{"name": "f", "volumes": [{"name": "v", "luns": [
-                        {"name": "l", "serial": "SHORT"}]}]}]})",
-                                  "12 characters"},
-                      BadTopology{"BadTransport",
-                                  R"({"filers": [{"name": "f", "volumes": [{"name": "v", "luns": [
-                        {"name": "l", "serial": "ABCDEFGHIJKL", "host": {"transport": "sas"}}]}]}]})",
-                                  "transport"},
-                      BadTopology{"BadHandoff", R"({"handoff": "never", "filers": []})",
-                                  "handoff"}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(StorageStateTest, StateFollowsTheMachineRoot)
 {
@@ -124,7 +114,7 @@ TEST_F(StorageStateTest, StateFollowsTheMachineRoot)
     EXPECT_EQ("9.9.9.9", View().version);
 }
 
-TEST_F(StorageStateTest, LunDataIsWrittenAndReadBack)
+TEST_F(StorageStateTest, LunDataIsWrittenAndReadBackAndItsFailuresChangeNothing)
 {
     ASSERT_HR(S_OK, storagesim::WriteLunData("verdane01", "/vol/vol1/lun1", 100, "hello"));
     std::string data;
@@ -133,11 +123,8 @@ TEST_F(StorageStateTest, LunDataIsWrittenAndReadBack)
     // Other LUNs are untouched.
     ASSERT_HR(S_OK, storagesim::ReadLunData("verdane01", "/vol/vol1/lun2", 100, 5, &data));
     EXPECT_EQ(std::string(5, '\0'), data);
-}
 
-TEST_F(StorageStateTest, LunDataFailures)
-{
-    std::string data = "unchanged";
+    data = "unchanged";
     EXPECT_HR(E_INVALIDARG, storagesim::WriteLunData("verdane01", "/vol/vol1/lun1",
                                                      storagesim::kImageBytes - 2, "abc"));
     EXPECT_HR(E_INVALIDARG, storagesim::ReadLunData("verdane01", "/vol/vol1/lun1",
@@ -191,14 +178,6 @@ TEST_F(StorageStateTest, FaultRulesAreChecked)
     EXPECT_HR(E_INVALIDARG, storagesim::SetFault("EnumVirtualDisks", E_FAIL, 0));
     EXPECT_HR(E_INVALIDARG, storagesim::SetDelay("EnumVirtualDisks", 5, -2));
     EXPECT_HR(E_INVALIDARG, storagesim::SetProductVersion(""));
-}
-
-TEST_F(StorageStateTest, JsonViewNamesEverySection)
-{
-    std::string json = storagesim::StateToJson(View());
-    for (const char* key : {"\"filers\"", "\"luns\"", "\"snapshots\"", "\"targetLuns\"",
-                            "\"hostDisks\"", "\"datasets\"", "\"verdane02\"", "\"ACMEDISK\""})
-        EXPECT_NE(std::string::npos, json.find(key)) << key;
 }
 
 } // namespace

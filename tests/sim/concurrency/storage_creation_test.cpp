@@ -63,6 +63,14 @@ protected:
     CComPtr<CTestSink> m_pSink;
     CComPtr<AsyncIVSSSupport> m_pCall;
     DWORD m_dwCookie = 0;
+
+    // Begins a creation that never reaches its hand-off, and waits for the three events before.
+    void BeginStalled(LONG lTimes = storagesim::kEveryCall)
+    {
+        ASSERT_HR(S_OK, storagesim::SetHandoffFault(storagesim::HandoffFault::kNever, lTimes));
+        ASSERT_HR(S_OK, Begin());
+        ASSERT_TRUE(orvtest::WaitUntil([this] { return m_pSink->Events().size() == 3; }));
+    }
 };
 
 TEST_F(StorageCreationTest, EventsThenHoldThenCutAtTheAnswer)
@@ -76,36 +84,26 @@ TEST_F(StorageCreationTest, EventsThenHoldThenCutAtTheAnswer)
               m_pSink->Events());
     EXPECT_EQ("snap", m_pSink->SnapshotName());
     EXPECT_EQ("ORVHOST01", m_pSink->MachineName());
-    // Held: nothing is cut yet, and data written now is still before the cut.
+    // Held: nothing is cut yet, data written now is still before the cut, and Finish_ cannot
+    // return while the hand-off is unanswered.
     EXPECT_FALSE(HasSnapshot(kFiler, kLun, "snap"));
     ASSERT_HR(S_OK, storagesim::WriteLunData(kFiler, kLun, 0, "written during"));
-    m_pSink->Answer(S_OK);
-    EXPECT_HR(S_OK, m_pCall->Finish_CreateSnapShot1());
-    ASSERT_HR(S_OK, storagesim::WriteLunData(kFiler, kLun, 0, "written after!"));
-    EXPECT_EQ("written during", SnapshotData("snap", 14));
-    std::string data;
-    ASSERT_HR(S_OK, storagesim::ReadLunData(kFiler, kLun, 0, 14, &data));
-    EXPECT_EQ("written after!", data);
-}
-
-TEST_F(StorageCreationTest, BeginReturnsWhileTheServiceHoldsAndFinishWaitsForTheAnswer)
-{
-    m_pSink->HoldHandoffs();
-    ASSERT_HR(S_OK, Begin());
-    ASSERT_TRUE(m_pSink->WaitForHandoffs(1));
     std::atomic<bool> fFinished{false};
     HRESULT hrFinish = E_FAIL;
     std::thread finisher([&] {
         hrFinish = m_pCall->Finish_CreateSnapShot1();
         fFinished = true;
     });
-    // Finish_ cannot return while the hand-off is unanswered.
     EXPECT_EQ(1u, storagesim::ActiveCreationCount());
     EXPECT_FALSE(fFinished.load());
     m_pSink->Answer(S_OK);
     finisher.join();
     EXPECT_HR(S_OK, hrFinish);
-    EXPECT_TRUE(HasSnapshot(kFiler, kLun, "snap"));
+    ASSERT_HR(S_OK, storagesim::WriteLunData(kFiler, kLun, 0, "written after!"));
+    EXPECT_EQ("written during", SnapshotData("snap", 14));
+    std::string data;
+    ASSERT_HR(S_OK, storagesim::ReadLunData(kFiler, kLun, 0, 14, &data));
+    EXPECT_EQ("written after!", data);
 }
 
 TEST_F(StorageCreationTest, UnexpectedAnswerAbandonsTheCreation)
@@ -123,36 +121,31 @@ TEST_F(StorageCreationTest, UnexpectedAnswerAbandonsTheCreation)
     EXPECT_TRUE(HasSnapshot(kFiler, kLun, "snap"));
 }
 
-struct HandoffCase
+TEST_F(StorageCreationTest, HandoffIsDeliveredAsConfigured)
 {
-    const char* name;
-    storagesim::Handoff handoff;
-    std::vector<LONG> handoffEvents;
-};
-
-class StorageHandoffTest : public StorageCreationTest,
-                           public ::testing::WithParamInterface<HandoffCase>
-{};
-
-TEST_P(StorageHandoffTest, HandoffIsDeliveredAsConfigured)
-{
-    ASSERT_HR(S_OK, storagesim::SetHandoff(GetParam().handoff));
+    const struct
+    {
+        storagesim::Handoff handoff;
+        std::vector<LONG> handoffEvents;
+    } cases[] = {{storagesim::Handoff::kProgress, {PROG_HANDOFF}},
+                 {storagesim::Handoff::kReady, {kReady}},
+                 {storagesim::Handoff::kBoth, {PROG_HANDOFF, kReady}}};
     m_pSink->AnswerHandoffs(S_OK);
-    ASSERT_HR(S_OK, Begin());
-    EXPECT_HR(S_OK, m_pCall->Finish_CreateSnapShot1());
-    std::vector<LONG> expected{PROG_POLICY_CHECK, PROG_KVX_SNAPCREATE, PROG_KVX_SNAP_PREPARE};
-    expected.insert(expected.end(), GetParam().handoffEvents.begin(),
-                    GetParam().handoffEvents.end());
-    EXPECT_EQ(expected, m_pSink->Events());
-    EXPECT_TRUE(HasSnapshot(kFiler, kLun, "snap"));
+    size_t cEarlier = 0;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(static_cast<int>(c.handoff));
+        ASSERT_HR(S_OK, storagesim::SetHandoff(c.handoff));
+        std::u16string name = u"snap" + orvtest::Wide(std::to_string(cEarlier));
+        ASSERT_HR(S_OK, Begin(2, name));
+        EXPECT_HR(S_OK, m_pCall->Finish_CreateSnapShot1());
+        std::vector<LONG> expected{PROG_POLICY_CHECK, PROG_KVX_SNAPCREATE, PROG_KVX_SNAP_PREPARE};
+        expected.insert(expected.end(), c.handoffEvents.begin(), c.handoffEvents.end());
+        std::vector<LONG> events = m_pSink->Events();
+        EXPECT_EQ(expected, std::vector<LONG>(events.begin() + cEarlier, events.end()));
+        EXPECT_TRUE(HasSnapshot(kFiler, kLun, orvtest::Narrow(name)));
+        cEarlier = events.size();
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Modes, StorageHandoffTest,
-    ::testing::Values(HandoffCase{"Progress", storagesim::Handoff::kProgress, {PROG_HANDOFF}},
-                      HandoffCase{"Ready", storagesim::Handoff::kReady, {kReady}},
-                      HandoffCase{"Both", storagesim::Handoff::kBoth, {PROG_HANDOFF, kReady}}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(StorageCreationTest, HandoffTwiceIsDecidedByTheFirstAnswer)
 {
@@ -172,9 +165,7 @@ TEST_F(StorageCreationTest, HandoffTwiceIsDecidedByTheFirstAnswer)
 
 TEST_F(StorageCreationTest, NeverReachingTheHandoffStallsUntilFinish)
 {
-    ASSERT_HR(S_OK, storagesim::SetHandoffFault(storagesim::HandoffFault::kNever, 1));
-    ASSERT_HR(S_OK, Begin());
-    ASSERT_TRUE(orvtest::WaitUntil([this] { return m_pSink->Events().size() == 3; }));
+    BeginStalled(1);
     EXPECT_HR(TESSERA_E_CREATION_STALLED, m_pCall->Finish_CreateSnapShot1());
     EXPECT_EQ((std::vector<LONG>{PROG_POLICY_CHECK, PROG_KVX_SNAPCREATE, PROG_KVX_SNAP_PREPARE}),
               m_pSink->Events());
@@ -183,9 +174,7 @@ TEST_F(StorageCreationTest, NeverReachingTheHandoffStallsUntilFinish)
 
 TEST_F(StorageCreationTest, StalledCreationEndsWhenItsCallIsReleased)
 {
-    ASSERT_HR(S_OK, storagesim::SetHandoffFault(storagesim::HandoffFault::kNever));
-    ASSERT_HR(S_OK, Begin());
-    ASSERT_TRUE(orvtest::WaitUntil([this] { return m_pSink->Events().size() == 3; }));
+    BeginStalled();
     EXPECT_EQ(1u, storagesim::ActiveCreationCount());
     m_pCall.Release();
     EXPECT_TRUE(orvtest::WaitUntil([] { return storagesim::ActiveCreationCount() == 0; }));
@@ -205,9 +194,7 @@ TEST_F(StorageCreationTest, DroppedCallIsCancelledAndCutsNothing)
 
 TEST_F(StorageCreationTest, StalledCreationEndsWhenTheServiceStops)
 {
-    ASSERT_HR(S_OK, storagesim::SetHandoffFault(storagesim::HandoffFault::kNever));
-    ASSERT_HR(S_OK, Begin());
-    ASSERT_TRUE(orvtest::WaitUntil([this] { return m_pSink->Events().size() == 3; }));
+    BeginStalled();
     m_service.Stop();
     EXPECT_EQ(0u, storagesim::ActiveCreationCount());
     // Finish_ on a call object of a stopped service.
