@@ -22,6 +22,18 @@ constexpr DWORD kSubkeyNameChars = 255;
 constexpr ULONG kShortValueBytes = 255;
 constexpr ULONG kLongValueBytes = 16383;
 
+// The full key path of the record named pszName into szKey (cchKey units); false when it does
+// not fit, as a truncated path would name another record.
+bool FormatRecordKey(LPWSTR szKey, size_t cchKey, LPCWSTR pszName)
+{
+    if (static_cast<size_t>(lstrlenW(ORV_MAPPED_TARGET_LUNS_KEY)) + 1 +
+            static_cast<size_t>(lstrlenW(pszName)) + 1 >
+        cchKey)
+        return false;
+    wsprintfW(szKey, W("%s\\%s"), ORV_MAPPED_TARGET_LUNS_KEY, pszName);
+    return true;
+}
+
 struct ValueSpec
 {
     LPCWSTR pszName;
@@ -121,12 +133,9 @@ HRESULT CTesseraStoreSubSystem::SaveMappedLunDetails(LPCWSTR pszFiler, LPCWSTR p
                lError);
         return HRESULT_FROM_WIN32(lError);
     }
-    // A key path longer than its buffer would name another record.
-    if (lstrlenW(ORV_MAPPED_TARGET_LUNS_KEY) + 1 + lstrlenW(pszSerialNo) + 1 >
-        static_cast<int>(kSaveKeyChars))
-        return E_INVALIDARG;
     WCHAR szKey[kSaveKeyChars];
-    wsprintfW(szKey, W("%s\\%s"), ORV_MAPPED_TARGET_LUNS_KEY, pszSerialNo);
+    if (!FormatRecordKey(szKey, kSaveKeyChars, pszSerialNo))
+        return E_INVALIDARG;
     CRegKey recordKey;
     lError = recordKey.Create(HKEY_LOCAL_MACHINE, szKey, KEY_ALL_ACCESS);
     if (lError != ERROR_SUCCESS) {
@@ -167,11 +176,9 @@ HRESULT CTesseraStoreSubSystem::SaveMappedLunDetails(LPCWSTR pszFiler, LPCWSTR p
 HRESULT CTesseraStoreSubSystem::DeleteMappedLunDetails(LPCWSTR pszSerialNo)
 {
     CTraceScope scope(W("CTesseraStoreSubSystem::DeleteMappedLunDetails"));
-    if (lstrlenW(ORV_MAPPED_TARGET_LUNS_KEY) + 1 + lstrlenW(pszSerialNo) + 1 >
-        static_cast<int>(kSaveKeyChars))
-        return E_INVALIDARG;
     WCHAR szKey[kSaveKeyChars];
-    wsprintfW(szKey, W("%s\\%s"), ORV_MAPPED_TARGET_LUNS_KEY, pszSerialNo);
+    if (!FormatRecordKey(szKey, kSaveKeyChars, pszSerialNo))
+        return E_INVALIDARG;
     LONG lError = RegDeleteKeyW(HKEY_LOCAL_MACHINE, szKey);
     if (lError != ERROR_SUCCESS) {
         TraceW(W("regKey.DeleteSubKey of regkey %s FAILED [error=%d]\n"),
@@ -219,7 +226,9 @@ HRESULT CTesseraStoreSubSystem::UpdateMappedTargetLuns(CLinkedList<CTargetLunInf
     for (DWORD i = 0; i < cNames; i++) {
         LPCWSTR pszName = szNames[i];
         WCHAR szKey[kLoadKeyChars];
-        wsprintfW(szKey, W("%s\\%s"), ORV_MAPPED_TARGET_LUNS_KEY, pszName);
+        // A name this long was not written by this system: not one of its records.
+        if (!FormatRecordKey(szKey, kLoadKeyChars, pszName))
+            continue;
         CRegKey recordKey;
         lError = recordKey.Open(HKEY_LOCAL_MACHINE, szKey, KEY_READ);
         for (int v = 0; v < kValueCount && lError == ERROR_SUCCESS; v++)

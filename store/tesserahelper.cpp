@@ -281,7 +281,8 @@ HRESULT CTesseraHelper::CreateSnapshot()
         }
     }
     Cleanup();
-    return hr;
+    // A success of the service's own kind is still plain success to the adapter.
+    return FAILED(hr) ? hr : S_OK;
 }
 
 HRESULT CTesseraHelper::CancelSnapshot()

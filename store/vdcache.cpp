@@ -155,8 +155,8 @@ HRESULT CopyDisk(const VD_INFO& source, VD_INFO& target)
 // SetVDCacheFalse frees it.
 HRESULT FillCache(const VD_INFO_LIST& list)
 {
-    if (list.Count == 0)
-        return S_OK;
+    // An empty enumeration still gets its (empty) block, as the task allocator hands one out
+    // for zero bytes.
     const SIZE_T cb = sizeof(VD_INFO) * static_cast<SIZE_T>(list.Count);
     VD_INFO* pDisks = static_cast<VD_INFO*>(CoTaskMemAlloc(cb));
     if (pDisks == nullptr)
@@ -282,10 +282,8 @@ HRESULT VerifyLun(LPWSTR* ppszSerial, DWORD dwFlags, LPWSTR* ppszLunPath, LPWSTR
         if (c.pszSerialAnsi == nullptr)
             return c.hr = E_OUTOFMEMORY;
     } else if (ppszLunPath != nullptr && *ppszLunPath != nullptr) {
+        // A failed copy still fills the cache; only the lookup is skipped.
         c.pszLunPath = DuplicateString(*ppszLunPath);
-        // Without its copy there is nothing to look for; the caller's outputs stay as they are.
-        if (c.pszLunPath == nullptr)
-            return c.hr = S_OK;
     } else {
         return c.hr = E_INVALIDARG;
     }
@@ -319,6 +317,10 @@ HRESULT VerifyLun(LPWSTR* ppszSerial, DWORD dwFlags, LPWSTR* ppszLunPath, LPWSTR
         c.enumResult.Free();
         g_fVDCacheValid = true;
     }
+    // The path could not be copied: nothing to look for, and the caller's outputs stay as they
+    // are.
+    if (!fBySerial && c.pszLunPath == nullptr)
+        return c.hr = S_OK;
 
     if (fBySerial) {
         TRACE(TRACE_LEVEL_INFO, W("Looking for LUN with serial#=%s\n"), *ppszSerial);

@@ -209,6 +209,15 @@ TEST_F(MappedLunsTest, RefreshAddsConfirmedRecordsAndDropsTheOthers)
         << text;
     EXPECT_TRUE(HasRecord(serial));
 
+    // A subkey whose path would not fit the record's buffer is no record of ours: passed over.
+    CRegKey longKey;
+    ASSERT_EQ(ERROR_SUCCESS,
+              longKey.Create(HKEY_LOCAL_MACHINE, L(Wide(kBase) + u"\\" + std::u16string(240, u'L')),
+                             KEY_ALL_ACCESS));
+    longKey.Close();
+    ASSERT_HR(S_OK, m_store.UpdateMappedTargetLuns(&map));
+    EXPECT_EQ(1u, map.GetCount());
+
     // Without the service nothing changes.
     pal::InjectFault("CoCreateInstance", static_cast<DWORD>(REGDB_E_CLASSNOTREG));
     CLinkedList<CTargetLunInfo> empty;

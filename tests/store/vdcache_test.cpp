@@ -167,6 +167,28 @@ TEST_F(VdCacheTest, LookupByPathReturnsTheSerialNumber)
     CResult none;
     ASSERT_HR(S_OK, ByPath(u"/VOL/vol1/lun2", none));
     EXPECT_EQ("(null)|(null)|(null)|(null)", none.Summary());
+
+    // Without a copy of the path nothing is looked up, but the cache is still filled, and a
+    // failing enumeration still fails the verification.
+    SetVDCacheFalse();
+    TakeTraceText();
+    for (HRESULT hrEnum : {S_OK, E_FAIL}) {
+        if (FAILED(hrEnum)) {
+            ASSERT_HR(S_OK, storagesim::SetFault("EnumVirtualDisks", hrEnum, 1));
+        }
+        CResult noCopy;
+        pal::FailTaskAllocAt(1);
+        HRESULT hr = ByPath(u"/vol/vol1/lun2", noCopy);
+        pal::FailTaskAllocAt(0);
+        EXPECT_HR(SUCCEEDED(hrEnum) ? S_OK : ORVPROV_E_ENUMVDISK_FAILED, hr);
+        EXPECT_EQ("(null)|(null)|(null)|(null)", noCopy.Summary());
+        SetVDCacheFalse();
+        const std::string text = TakeTraceText();
+        EXPECT_NE(std::string::npos, text.find("Calling pVssSupport->EnumVirtualDisks\n"));
+        EXPECT_EQ(std::string::npos, text.find("Looking for LUN")) << text;
+        // Only a filled cache has disks to free.
+        EXPECT_EQ(SUCCEEDED(hrEnum), text.find("Free'ing VD_INFO buffer") != std::string::npos);
+    }
 }
 
 TEST_F(VdCacheTest, DuplicateSerialsAndDisksWithoutMountPoint)
@@ -189,6 +211,18 @@ TEST_F(VdCacheTest, DuplicateSerialsAndDisksWithoutMountPoint)
     CResult byPath;
     EXPECT_HR(E_INVALIDARG, ByPath(u"/vol/v/c", byPath));
     EXPECT_EQ("(null)|(null)|(null)|NoMount00001", byPath.Summary());
+
+    // A host without any disk of the service: nothing is found, and the empty list is cached.
+    ASSERT_HR(S_OK,
+              storagesim::InitializeState(R"({"filers": [{"name": "fa", "volumes": []}]})", ""));
+    SetVDCacheFalse();
+    CResult nothing;
+    EXPECT_HR(S_OK, BySerial(u"SAME00000001", nothing));
+    EXPECT_EQ("(null)|(null)|(null)|SAME00000001", nothing.Summary());
+    TakeTraceText();
+    SetVDCacheFalse();
+    EXPECT_EQ("    Free'ing VD_INFO buffer.... \n    Freed mountinfo buffer succesfully.\n",
+              TakeTraceText());
 }
 
 TEST_F(VdCacheTest, ADiskAddedAfterTheCacheIsFilledIsFoundOnlyAfterInvalidation)

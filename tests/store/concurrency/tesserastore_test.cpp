@@ -252,6 +252,24 @@ TEST_F(TesseraStoreTest, CancelRemovesWhatTheSetLeft)
     EXPECT_HR(S_OK, m_store->CancelSnapshot(W("snap"), &m_entries));
     EXPECT_FALSE(HasSnapshot());
     EXPECT_TRUE(orvtest::WaitUntil([] { return storagesim::ActiveCreationCount() == 0; }));
+
+    // A set whose target LUN was mapped: the target LUN goes, and its snapshot with it.
+    ASSERT_HR(S_OK, Prepare());
+    ASSERT_HR(S_OK, m_store->CreateSnapshot());
+    CTargetLunInfo info;
+    ASSERT_HR(S_OK,
+              m_store->GetTargetLunInfo(W("verdane01"), W("/vol/vol1/lun1"), W("snap"), 0, &info));
+    info.SetFilerNameAndSourceLunPath(DuplicateString(W("verdane01")),
+                                      DuplicateString(W("/vol/vol1/lun1")));
+    ASSERT_HR(S_OK, m_store->MapTargetLun(W("snap"), &info));
+    m_entries.MoveFirst();
+    m_entries.Current()->TakeTargetLunInfo(info);
+    ASSERT_EQ(1u, TargetLunCount());
+    TakeTraceText();
+    EXPECT_HR(S_OK, m_store->CancelSnapshot(W("snap"), &m_entries));
+    EXPECT_EQ(0u, TargetLunCount());
+    EXPECT_FALSE(HasSnapshot());
+    EXPECT_NE(std::string::npos, TakeTraceText().find("DeleteTargetLun succeeded\n"));
 }
 
 } // namespace
