@@ -273,8 +273,9 @@ TEST_F(TesseraHelperTest, SynchronousMode)
     EXPECT_TRUE(Contains(TakeTraceText(), "CreateSnapShot FAILED [hr=0x80070005]\n"));
 }
 
-// The sink's hand-off failing on the service's callback thread. The creation starts late so
-// that the helper's own wait is the first WaitForSingleObject.
+// The hand-off failing: the preparation's wait, or the sink's steps on the service's callback
+// thread. The creation starts late so that the helper's own wait is the first
+// WaitForSingleObject.
 TEST_F(TesseraHelperTest, FailingHandoffAbandonsTheCreation)
 {
     struct Row
@@ -287,13 +288,16 @@ TEST_F(TesseraHelperTest, FailingHandoffAbandonsTheCreation)
     };
     const Row rows[] = {
         {"SetEvent", 1, E_UNEXPECTED, S_OK, "SetEvent FAILED [dwError=0x00000006]\n"},
+        // The preparation's own wait.
+        {"WaitForSingleObject", 1, HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE), S_OK,
+         "WaitForSingleObject FAILED [dwError=0x00000006]\n"},
         {"WaitForSingleObject", 2, S_OK, TESSERA_E_CREATION_ABANDONED,
          "WaitForSingleObject FAILED [dwError=0x00000006]\n"},
     };
     SetConfig(&CConfig::sm_dwMaxTesseraWait, 1);
     TraceSetLevel(TRACE_LEVEL_ERROR);
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.api);
+        SCOPED_TRACE(std::string(row.api) + " #" + std::to_string(row.nth));
         ASSERT_HR(S_OK, storagesim::SetDelay("CreateSnapShot1", 200, 1));
         pal::InjectFault(row.api, ERROR_INVALID_HANDLE, row.nth);
         CTesseraHelper helper(1);
