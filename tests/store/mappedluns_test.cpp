@@ -226,6 +226,24 @@ TEST_F(MappedLunsTest, RefreshAddsConfirmedRecordsAndDropsTheOthers)
     EXPECT_TRUE(HasRecord(serial));
 }
 
+TEST_F(MappedLunsTest, AnUnreadableRecordStopsTheRefreshAfterTheRecordsBeforeIt)
+{
+    const std::u16string serial = MakeTargetLun();
+    ASSERT_HR(S_OK, Save(serial));
+    // Enumerated after the good record, and without its values.
+    CRegKey broken;
+    ASSERT_EQ(ERROR_SUCCESS,
+              broken.Create(HKEY_LOCAL_MACHINE, L(Wide(kBase) + u"\\~broken"), KEY_ALL_ACCESS));
+    broken.Close();
+    TakeTraceText();
+    CLinkedList<CTargetLunInfo> map;
+    EXPECT_HR(HRESULT_FROM_WIN32(ERROR_INVALID_DATA), m_store.UpdateMappedTargetLuns(&map));
+    EXPECT_EQ(1u, map.GetCount());
+    EXPECT_NE(std::string::npos, TakeTraceText().find("regKey.Open on " + kBase +
+                                                      "\\~broken regkey FAILED [error=13]\n"));
+    EXPECT_TRUE(HasRecord(u"~broken"));
+}
+
 // Out of memory in the refresh itself, counted from the call: E_OUTOFMEMORY without an error
 // line, nothing added to the map, the record kept.
 TEST_F(MappedLunsTest, RefreshOutOfMemory)
