@@ -81,6 +81,9 @@ protected:
         return hr;
     }
 
+    // The adapter's own operations beside the interface's.
+    CTesseraStoreSubSystem& Tessera() { return static_cast<CTesseraStoreSubSystem&>(*m_store); }
+
     static storagesim::StateView State()
     {
         storagesim::StateView view;
@@ -184,6 +187,64 @@ TEST_F(TesseraStoreTest, FailureCodes)
               m_store->DeleteTargetLun(W("/t"), W("verdane01:/vol/vol1/lun1:snap")));
     pal::ClearFaults();
     EXPECT_NE(std::string::npos, TakeTraceText().find("GetVssSupport FAILED [hr=0x80040154]\n"));
+}
+
+// Deletions the service refuses are traced only; only a malformed second path or a missing
+// service fail them.
+TEST_F(TesseraStoreTest, RefusedDeletionsAreTracedOnly)
+{
+    ASSERT_HR(S_OK, Prepare());
+    ASSERT_HR(S_OK, m_store->CreateSnapshot());
+    TraceSetLevel(TRACE_LEVEL_WARNING);
+    TakeTraceText();
+    LPCWSTR pszPath2 = W("verdane01:/vol/vol1/lun1:snap");
+    ASSERT_HR(S_OK, storagesim::SetFault("DeleteTargetLun", E_ACCESSDENIED, 2));
+    ASSERT_HR(S_OK, storagesim::SetFault("DeleteSnapShot", E_ACCESSDENIED, 2));
+    EXPECT_HR(S_OK, m_store->DeleteTargetLun(W("/t"), pszPath2));
+    EXPECT_HR(S_OK, m_store->UnmapTargetLun(W("/t"), pszPath2));
+    EXPECT_HR(S_OK, Tessera().DeleteSnapshot(W("verdane01"), W("/vol/vol1/lun1"), W("snap")));
+    EXPECT_TRUE(HasSnapshot());
+    std::string text = TakeTraceText();
+    for (const char* line : {"c.pVssSupport->DeleteTargetLun FAILED [hr=0x80070005]\n",
+                             "DeleteSnapShot FAILED, hr=0x80070005]\n",
+                             "c.pVssSupport->DeleteSnapShot FAILED, hr=0x80070005]\n"})
+        EXPECT_NE(std::string::npos, text.find(line)) << line << "\nin:\n" << text;
+
+    // An empty name still reaches the service (which consumes the fault); a missing one not.
+    ASSERT_HR(S_OK, storagesim::SetFault("DeleteSnapShot", E_ACCESSDENIED, 1));
+    EXPECT_HR(S_OK, Tessera().DeleteSnapshot(W("verdane01"), W("/vol/vol1/lun1"), nullptr));
+    EXPECT_EQ("    Empty param(s), skipping DeleteSnapShot\n", TakeTraceText());
+    EXPECT_HR(S_OK, Tessera().DeleteSnapshot(W("verdane01"), W("/vol/vol1/lun1"), W("")));
+    std::vector<storagesim::FaultInfo> faults;
+    ASSERT_HR(S_OK, storagesim::ListFaults(&faults));
+    EXPECT_TRUE(faults.empty());
+
+    EXPECT_HR(E_INVALIDARG, m_store->UnmapTargetLun(W("/t"), W("no-colons")));
+    EXPECT_TRUE(HasSnapshot());
+}
+
+// The target LUN is asked for as writable exactly when the snapshot's attribute is 1 or more;
+// its second path comes from the arguments.
+TEST_F(TesseraStoreTest, TargetLunWritableByAttribute)
+{
+    ASSERT_HR(S_OK, Prepare());
+    ASSERT_HR(S_OK, m_store->CreateSnapshot());
+    for (LONG eAttr : {-1L, 0L, 1L, 2L}) {
+        SCOPED_TRACE(eAttr);
+        CTargetLunInfo info;
+        ASSERT_HR(S_OK, m_store->GetTargetLunInfo(W("verdane01"), W("/vol/vol1/lun1"), W("snap"),
+                                                  eAttr, &info));
+        EXPECT_EQ("verdane01:/vol/vol1/lun1:snap", Text(info.TargetLunPath2()));
+        info.SetFilerNameAndSourceLunPath(DuplicateString(W("verdane01")),
+                                          DuplicateString(W("/vol/vol1/lun1")));
+        ASSERT_HR(S_OK, m_store->MapTargetLun(W("snap"), &info));
+        bool fReadonly = false;
+        for (const auto& disk : State().disks)
+            if (disk.path == Text(info.TargetLunPath1()))
+                fReadonly = disk.fReadonly;
+        EXPECT_EQ(eAttr < 1, fReadonly);
+        ASSERT_HR(S_OK, m_store->UnmapTargetLun(info.TargetLunPath1(), info.TargetLunPath2()));
+    }
 }
 
 // Allocation failures: the code, no error line, and nothing left on the service.
