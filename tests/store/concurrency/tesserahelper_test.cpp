@@ -155,6 +155,7 @@ TEST_F(TesseraHelperTest, DataWrittenBeforeTheCommitIsInTheSnapshotDataAfterItIs
              "Async mode\n",
              "Calling m_pAsyncVssSupport->Finish_CreateSnapShot1\n",
              "m_pAsyncVssSupport->Finish_CreateSnapShot1 took ",
+             " milisecs\n",
              "pCP->Unadvise succeeded\n",
          })
         EXPECT_TRUE(Contains(text, line)) << line << "\nin:\n" << text;
@@ -341,6 +342,8 @@ TEST_F(TesseraHelperTest, FailingDisconnectionIsTracedAndReleasesEverything)
         {"FindConnectionPoint", CONNECT_E_NOCONNECTION,
          "pCPC->FindConnectionPoint FAILED [hr=0x80040200]\n"},
         {"Unadvise", CONNECT_E_NOCONNECTION, "pCP->Unadvise FAILED [hr=0x80040200]\n"},
+        // The service has gone with its connections: nothing to trace.
+        {"QueryInterface(IConnectionPointContainer)", CO_E_OBJNOTCONNECTED, nullptr},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.method);
@@ -348,7 +351,12 @@ TEST_F(TesseraHelperTest, FailingDisconnectionIsTracedAndReleasesEverything)
         ASSERT_HR(S_OK, Prepare(helper, 2, u"verdane01", u"E:\\", u"snap", 0));
         ASSERT_HR(S_OK, storagesim::SetFault(row.method, row.hr, 1));
         EXPECT_HR(S_OK, helper.CreateSnapshot());
-        EXPECT_TRUE(Contains(TakeTraceText(), row.line));
+        const std::string text = TakeTraceText();
+        if (row.line != nullptr) {
+            EXPECT_TRUE(Contains(text, row.line)) << text;
+        } else {
+            EXPECT_FALSE(Contains(text, "FAILED")) << text;
+        }
         EXPECT_TRUE(HasSnapshot());
         EXPECT_TRUE(orvtest::WaitUntil([] { return storagesim::LiveObjectCount() == 0; }));
         ASSERT_HR(S_OK, storagesim::InitializeState("", ""));
@@ -367,7 +375,9 @@ TEST_F(TesseraHelperTest, EveryFailingStepCleansUp)
         const char* line;
     };
     const Row rows[] = {
-        {"CreateEventW", [] { pal::InjectFault("CreateEventW", ERROR_ACCESS_DENIED, 2); },
+        {"CreateEventW #1", [] { pal::InjectFault("CreateEventW", ERROR_ACCESS_DENIED, 1); },
+         HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED), "CreateEvent FAILED [dwError=0x00000005]\n"},
+        {"CreateEventW #2", [] { pal::InjectFault("CreateEventW", ERROR_ACCESS_DENIED, 2); },
          HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED), "CreateEvent FAILED [dwError=0x00000005]\n"},
         {"CoCreateInstance",
          [] { pal::InjectFault("CoCreateInstance", static_cast<DWORD>(REGDB_E_CLASSNOTREG)); },
@@ -393,7 +403,9 @@ TEST_F(TesseraHelperTest, EveryFailingStepCleansUp)
          CONNECT_E_ADVISELIMIT,
          "Advise FAILED [hr=0x80040201]\n"
          "        m_pSink->Register FAILED [hr=0x80040201]\n"},
-        {"OpenEventW", [] { pal::InjectFault("OpenEventW", ERROR_FILE_NOT_FOUND, 2); },
+        {"OpenEventW #1", [] { pal::InjectFault("OpenEventW", ERROR_FILE_NOT_FOUND, 1); },
+         HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND), "OpenEvent FAILED [dwError=0x00000002]\n"},
+        {"OpenEventW #2", [] { pal::InjectFault("OpenEventW", ERROR_FILE_NOT_FOUND, 2); },
          HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND), "OpenEvent FAILED [dwError=0x00000002]\n"},
         {"Begin_CreateSnapShot1",
          [] { storagesim::SetFault("Begin_CreateSnapShot1", RPC_E_SERVERFAULT, 1); },
