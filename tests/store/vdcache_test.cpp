@@ -19,12 +19,13 @@ namespace {
 using orvtest::Narrow;
 using orvtest::TakeTraceText;
 
-// Two disks share a serial number; the third has no mount point.
+// Two disks share a serial number; the third has no mount point, the fourth an empty one.
 const char* const kTopology = R"({
   "filers": [{"name": "fa", "volumes": [{"name": "v", "luns": [
     {"name": "a", "serial": "SAME00000001", "host": {"mountPoints": ["E:\\"]}},
     {"name": "b", "serial": "SAME00000001", "host": {"lun": 1, "mountPoints": ["F:\\"]}},
-    {"name": "c", "serial": "NoMount00001", "host": {"lun": 2, "mountPoints": []}}]}]}]
+    {"name": "c", "serial": "NoMount00001", "host": {"lun": 2, "mountPoints": []}},
+    {"name": "d", "serial": "EmptyMount01", "host": {"lun": 3, "mountPoints": [""]}}]}]}]
 })";
 
 // The outputs of one verification, freed with the test.
@@ -206,6 +207,11 @@ TEST_F(VdCacheTest, DuplicateSerialsAndDisksWithoutMountPoint)
     EXPECT_NE(std::string::npos, text.find("    Source lun does not have mounted drive\n"
                                            "        Free'ing VD_INFO buffer.... \n"
                                            "        Freed mountinfo buffer succesfully.\n"));
+
+    // An empty mount point is an empty drive, not a missing one.
+    CResult emptyMount;
+    EXPECT_HR(S_OK, BySerial(u"EmptyMount01", emptyMount));
+    EXPECT_EQ("fa|/vol/v/d||EmptyMount01", emptyMount.Summary());
 
     // By path the serial number is handed out before the mount point is missed.
     CResult byPath;
