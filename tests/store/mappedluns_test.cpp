@@ -163,6 +163,17 @@ TEST_F(MappedLunsTest, SaveFailures)
             EXPECT_EQ("(no value)", Value(u"SER000000002", W("SnapshotName")));
         }
     }
+
+    // A serial number whose key path (terminator included) would not fit 256 units is refused
+    // and nothing is written; one character less fits.
+    const std::u16string tooLong(256 - kBase.size() - 1, u'S');
+    EXPECT_HR(E_INVALIDARG, Save(tooLong));
+    EXPECT_HR(E_INVALIDARG, m_store.DeleteMappedLunDetails(L(tooLong)));
+    const std::u16string longest(tooLong.size() - 1, u'S');
+    EXPECT_HR(S_OK, Save(longest));
+    EXPECT_TRUE(HasRecord(longest));
+    EXPECT_HR(S_OK, m_store.DeleteMappedLunDetails(L(longest)));
+    EXPECT_FALSE(HasRecord(longest));
 }
 
 TEST_F(MappedLunsTest, RefreshAddsConfirmedRecordsAndDropsTheOthers)
