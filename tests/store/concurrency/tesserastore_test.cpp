@@ -177,6 +177,8 @@ TEST_F(TesseraStoreTest, FailureCodes)
     EXPECT_TRUE(fSupported);
     EXPECT_HR(S_OK, m_store->IsUnlockedCloneSupported(W("verdane02"), &fSupported));
     EXPECT_FALSE(fSupported);
+    ASSERT_HR(S_OK, storagesim::SetFault("IsUnlockedCloneSupported", E_ACCESSDENIED, 1));
+    EXPECT_HR(E_ACCESSDENIED, m_store->IsUnlockedCloneSupported(W("verdane01"), &fSupported));
     TakeTraceText();
 
     // Without the service every operation that needs it fails with the activation's code.
@@ -185,6 +187,14 @@ TEST_F(TesseraStoreTest, FailureCodes)
     EXPECT_HR(REGDB_E_CLASSNOTREG, m_store->SetDatasetAttrib(W("{set}"), &m_entries));
     EXPECT_HR(REGDB_E_CLASSNOTREG,
               m_store->DeleteTargetLun(W("/t"), W("verdane01:/vol/vol1/lun1:snap")));
+    EXPECT_HR(REGDB_E_CLASSNOTREG,
+              m_store->UnmapTargetLun(W("/t"), W("verdane01:/vol/vol1/lun1:snap")));
+    EXPECT_HR(REGDB_E_CLASSNOTREG,
+              Tessera().DeleteSnapshot(W("verdane01"), W("/vol/vol1/lun1"), W("snap")));
+    CTargetLunInfo unreached;
+    EXPECT_HR(REGDB_E_CLASSNOTREG, m_store->GetTargetLunInfo(W("verdane01"), W("/vol/vol1/lun1"),
+                                                             W("snap"), 0, &unreached));
+    EXPECT_HR(REGDB_E_CLASSNOTREG, m_store->MapTargetLun(W("snap"), &info));
     pal::ClearFaults();
     EXPECT_NE(std::string::npos, TakeTraceText().find("GetVssSupport FAILED [hr=0x80040154]\n"));
 }
