@@ -16,7 +16,8 @@ HRESULT CAsyncVssSupportCall::FinalConstruct()
 void CAsyncVssSupportCall::FinalRelease()
 {
     Untrack();
-    // A call dropped without Finish_: COM cancels it, and the service sees its client go.
+    // The client has let go of the call: a creation it dropped without Finish_ is cancelled, as
+    // COM cancels such a call, and a finished instant cut may now be recorded.
     if (m_pCreation)
         m_pCreation->Release();
     m_pCreation.reset();

@@ -38,7 +38,7 @@ public:
 private:
     void Run(CVssSupport* pOwner);
     void Complete(HRESULT hr, const std::string& why);
-    // Wait until the client gives up (or lets go of the call) or the service stops.
+    // Each waits until its flag is set (by GiveUp, or by Release) or the service stops.
     void WaitFor(const bool& fFlag);
     void WaitForGiveUp();
     void WaitForRelease();

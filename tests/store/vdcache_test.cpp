@@ -192,7 +192,7 @@ TEST_F(VdCacheTest, LookupByPathReturnsTheSerialNumber)
     }
 }
 
-TEST_F(VdCacheTest, DuplicateSerialsAndDisksWithoutMountPoint)
+TEST_F(VdCacheTest, DuplicateSerialsOddMountPointsAndAHostWithoutDisks)
 {
     ASSERT_HR(S_OK, storagesim::InitializeState(kTopology, ""));
     CResult first;
