@@ -107,9 +107,12 @@ HRESULT CConfig::Initialize()
 
 LONG CConfig::ReadString(CRegKey& regKey, LPCWSTR pszValueName, LPWSTR pszBuffer, ULONG cbLimit)
 {
-    ULONG cbValue = cbLimit;
-    LONG lError = regKey.QueryStringValue(pszValueName, pszBuffer, &cbValue);
-    return lError == ERROR_FILE_NOT_FOUND ? ERROR_INVALID_DATA : lError;
+    ULONG cchValue = cbLimit / sizeof(WCHAR);
+    LONG lError = regKey.QueryStringValue(pszValueName, pszBuffer, &cchValue);
+    // Empty data has no terminator, so it is not a string that can be used.
+    if (lError == ERROR_FILE_NOT_FOUND || (lError == ERROR_SUCCESS && cchValue == 0))
+        return ERROR_INVALID_DATA;
+    return lError;
 }
 
 HRESULT CConfig::ReadRegValues()

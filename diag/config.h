@@ -19,8 +19,9 @@ public:
     static DWORD WINAPI RegThread(LPVOID pvUnused);
     static void StopRegThread();
 
-    // Reads a string value that fits in cbLimit bytes and ends with its terminator. A missing
-    // value, like one of the wrong type, reads as ERROR_INVALID_DATA.
+    // Reads a REG_SZ or REG_EXPAND_SZ value that fits in cbLimit bytes and ends with its
+    // terminator. A missing or empty value, like one of the wrong type, reads as
+    // ERROR_INVALID_DATA.
     static LONG ReadString(CRegKey& regKey, LPCWSTR pszValueName, LPWSTR pszBuffer, ULONG cbLimit);
 
     static DWORD GetTraceMask();

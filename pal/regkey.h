@@ -6,14 +6,14 @@
 //  - QueryDWORDValue succeeds only for a REG_DWORD value of exactly 4 bytes. A missing value,
 //    another type or another size all fail with ERROR_INVALID_DATA; dwValue is then unchanged.
 //    Other failures of the read (access denied, deleted key, ...) are returned as they are.
-//  - QueryStringValue takes the buffer size in bytes (*pcbBytes) and succeeds only for
-//    REG_SZ, REG_EXPAND_SZ or REG_MULTI_SZ data that fits in that many bytes, has an even
-//    length and ends with a 0 unit (its terminator); *pcbBytes then receives the data's size
-//    including the terminator. Data that does not fit fails with ERROR_MORE_DATA and *pcbBytes
-//    receives the size needed; another type, an odd length or a missing terminator fail with
-//    ERROR_INVALID_DATA (and the buffer, when it holds a character, is left as an empty
-//    string); a missing value fails with ERROR_FILE_NOT_FOUND. With a null buffer, *pcbBytes
-//    receives the size needed.
+//  - QueryStringValue behaves as ATL documents it: *pnChars is the buffer's size in characters
+//    on entry and, on success, the characters read including the terminator. Only REG_SZ and
+//    REG_EXPAND_SZ values are read; another type fails with ERROR_INVALID_DATA, and so does
+//    data of an odd length or without its terminator (the buffer is then left as an empty
+//    string). Empty data (0 bytes) succeeds with an empty string and *pnChars 0. Data that does
+//    not fit fails with ERROR_MORE_DATA and *pnChars 0, not the size needed; with a null
+//    buffer, *pnChars receives the size needed in characters. Other failures of the read
+//    (a missing value: ERROR_FILE_NOT_FOUND) are returned as they are, with *pnChars 0.
 //  - SetStringValue writes the string with its terminator.
 #pragma once
 
@@ -44,7 +44,7 @@ public:
     HKEY Detach() noexcept;
 
     LONG QueryDWORDValue(LPCWSTR pszValueName, DWORD& dwValue);
-    LONG QueryStringValue(LPCWSTR pszValueName, LPWSTR pszValue, ULONG* pcbBytes);
+    LONG QueryStringValue(LPCWSTR pszValueName, LPWSTR pszValue, ULONG* pnChars);
     LONG SetDWORDValue(LPCWSTR pszValueName, DWORD dwValue);
     LONG SetStringValue(LPCWSTR pszValueName, LPCWSTR pszValue, DWORD dwType = REG_SZ);
     LONG DeleteValue(LPCWSTR lpszValue);

@@ -3,21 +3,21 @@
 
 namespace {
 
-bool IsDigit(char16_t c)
+bool IsDigit(WCHAR c)
 {
-    return c >= u'0' && c <= u'9';
+    return c >= W('0') && c <= W('9');
 }
 
 } // namespace
 
-std::u16string RenderMessage(std::u16string_view text, const std::vector<std::u16string>& strings)
+std::basic_string<WCHAR> RenderMessage(std::basic_string_view<WCHAR> text, const std::vector<std::basic_string<WCHAR>>& strings)
 {
-    std::u16string out;
+    std::basic_string<WCHAR> out;
     out.reserve(text.size());
     size_t i = 0;
     while (i < text.size()) {
-        char16_t c = text[i];
-        if (c != u'%') {
+        WCHAR c = text[i];
+        if (c != W('%')) {
             out.push_back(c);
             ++i;
             continue;
@@ -27,20 +27,20 @@ std::u16string RenderMessage(std::u16string_view text, const std::vector<std::u1
             out.push_back(c);
             break;
         }
-        char16_t next = text[i + 1];
-        if (next == u'0')
+        WCHAR next = text[i + 1];
+        if (next == W('0'))
             break;
         if (IsDigit(next)) {
             size_t start = i;
-            size_t n = static_cast<size_t>(next - u'0');
+            size_t n = static_cast<size_t>(next - W('0'));
             i += 2;
             if (i < text.size() && IsDigit(text[i])) {
-                n = n * 10 + static_cast<size_t>(text[i] - u'0');
+                n = n * 10 + static_cast<size_t>(text[i] - W('0'));
                 ++i;
             }
-            if (i < text.size() && text[i] == u'!') {
-                size_t close = text.find(u'!', i + 1);
-                if (close != std::u16string_view::npos)
+            if (i < text.size() && text[i] == W('!')) {
+                size_t close = text.find(W('!'), i + 1);
+                if (close != std::basic_string_view<WCHAR>::npos)
                     i = close + 1;
             }
             if (n <= strings.size())
@@ -50,14 +50,14 @@ std::u16string RenderMessage(std::u16string_view text, const std::vector<std::u1
             continue;
         }
         switch (next) {
-        case u'n':
-            out += u"\r\n";
+        case W('n'):
+            out += W("\r\n");
             break;
-        case u'r':
-            out.push_back(u'\r');
+        case W('r'):
+            out.push_back(W('\r'));
             break;
-        case u't':
-            out.push_back(u'\t');
+        case W('t'):
+            out.push_back(W('\t'));
             break;
         default:
             out.push_back(next);

@@ -17,4 +17,5 @@
 #include <string_view>
 #include <vector>
 
-std::u16string RenderMessage(std::u16string_view text, const std::vector<std::u16string>& strings);
+std::basic_string<WCHAR> RenderMessage(std::basic_string_view<WCHAR> text,
+                                       const std::vector<std::basic_string<WCHAR>>& strings);

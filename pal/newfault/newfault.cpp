@@ -1,6 +1,6 @@
 // Global operator new and delete on malloc, so that `new (std::nothrow)` can be made to fail.
 // Every variant is replaced together so that allocation and release always pair up.
-#include "../src/internal.h"
+#include "pal/src/base/internal.h"
 
 #include <cstdlib>
 #include <new>

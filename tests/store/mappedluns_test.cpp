@@ -94,8 +94,8 @@ protected:
             ERROR_SUCCESS)
             return "(no key)";
         WCHAR sz[256];
-        ULONG cb = sizeof(sz);
-        if (key.QueryStringValue(pszName, sz, &cb) != ERROR_SUCCESS)
+        ULONG cch = ARRAYSIZE(sz);
+        if (key.QueryStringValue(pszName, sz, &cch) != ERROR_SUCCESS)
             return "(no value)";
         return Narrow(reinterpret_cast<const char16_t*>(sz));
     }

@@ -2,7 +2,7 @@
 // its filters, and its refusals.
 #include "pal/eventlog.h"
 #include "pal/paleventlog.h"
-#include "tests/pal/registry_testing.h"
+#include "tests/pal/registry/registry_testing.h"
 
 #include <algorithm>
 #include <regex>

@@ -1,5 +1,5 @@
 // `orvsim reg`: query, add and delete round trips, reg.exe's output format and its failures.
-#include "tests/pal/registry_testing.h"
+#include "tests/pal/registry/registry_testing.h"
 
 #include <string>
 

@@ -3,7 +3,7 @@
 #include "sim/storage/simcodes.h"
 #include "sim/storage/storagesim.h"
 #include "store/tessera.h"
-#include "tests/pal/registry_testing.h"
+#include "tests/pal/registry/registry_testing.h"
 
 #include "pal/atlbase.h"
 

@@ -1,0 +1,187 @@
+// Injected failures of platform calls.
+#include "pal/src/base/internal.h"
+#include "pal/errhandlingapi.h"
+#include "pal/processthreadsapi.h"
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <optional>
+
+namespace {
+
+struct FaultRule
+{
+    DWORD dwError = 0;
+    ULONG ulNth = 0;
+    std::optional<std::u16string> arg;
+    ULONG ulCalls = 0;
+    ULONG ulHits = 0;
+};
+
+std::mutex g_faultLock;
+std::map<std::string, FaultRule, std::less<>> g_faults;
+// Lets the common no-fault case skip the lock.
+std::atomic<bool> g_fAnyFault{false};
+
+// Counts the allocations of one allocator so that a test can make its nth one fail.
+class CAllocationFault
+{
+public:
+    // Restarts the count; nth 0 fails none.
+    void Arm(ULONG nth, bool fThisThreadOnly)
+    {
+        m_ulCount = 0;
+        m_dwThread = fThisThreadOnly ? GetCurrentThreadId() : 0;
+        m_ulFailAt = nth;
+    }
+    ULONG Count() const { return m_ulCount; }
+    // Counts this allocation; true when it is the one to fail.
+    bool ShouldFail()
+    {
+        ULONG ulFailAt = m_ulFailAt.load(std::memory_order_relaxed);
+        DWORD dwThread = m_dwThread.load(std::memory_order_relaxed);
+        if (dwThread != 0 && dwThread != GetCurrentThreadId())
+            return false;
+        ULONG n = ++m_ulCount;
+        return ulFailAt != 0 && n == ulFailAt;
+    }
+
+private:
+    std::atomic<ULONG> m_ulFailAt{0};
+    std::atomic<ULONG> m_ulCount{0};
+    // The only thread whose allocations count; 0: every thread's.
+    std::atomic<DWORD> m_dwThread{0};
+};
+
+// Constant-initialised: operator new may ask before any dynamic initialisation has run.
+constinit CAllocationFault g_taskAllocFault;
+constinit CAllocationFault g_newFault;
+
+char16_t FoldCase(char16_t c)
+{
+    return (c >= u'a' && c <= u'z') ? char16_t(c - 32) : c;
+}
+
+bool EqualNoCase(std::u16string_view a, std::u16string_view b)
+{
+    if (a.size() != b.size())
+        return false;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (FoldCase(a[i]) != FoldCase(b[i]))
+            return false;
+    return true;
+}
+
+} // namespace
+
+namespace pal {
+
+void InjectFault(const char* api, DWORD error, ULONG nth, const WCHAR* arg)
+{
+    std::lock_guard lock(g_faultLock);
+    FaultRule rule;
+    rule.dwError = error;
+    rule.ulNth = nth;
+    if (arg)
+        rule.arg = std::u16string(arg);
+    g_faults[api] = std::move(rule);
+    g_fAnyFault = true;
+}
+
+void ClearFault(const char* api)
+{
+    std::lock_guard lock(g_faultLock);
+    g_faults.erase(std::string(api));
+    g_fAnyFault = !g_faults.empty();
+}
+
+void ClearFaults()
+{
+    std::lock_guard lock(g_faultLock);
+    g_faults.clear();
+    g_fAnyFault = false;
+}
+
+ULONG FaultCalls(const char* api)
+{
+    std::lock_guard lock(g_faultLock);
+    auto it = g_faults.find(api);
+    return it == g_faults.end() ? 0 : it->second.ulCalls;
+}
+
+ULONG FaultHits(const char* api)
+{
+    std::lock_guard lock(g_faultLock);
+    auto it = g_faults.find(api);
+    return it == g_faults.end() ? 0 : it->second.ulHits;
+}
+
+void FailTaskAllocAt(ULONG nth, bool fThisThreadOnly)
+{
+    g_taskAllocFault.Arm(nth, fThisThreadOnly);
+}
+
+ULONG TaskAllocations()
+{
+    return g_taskAllocFault.Count();
+}
+
+void FailNothrowNewAt(ULONG nth, bool fThisThreadOnly)
+{
+    g_newFault.Arm(nth, fThisThreadOnly);
+}
+
+ULONG NothrowNewAllocations()
+{
+    return g_newFault.Count();
+}
+
+} // namespace pal
+
+namespace pal::detail {
+
+bool ConsumeFault(const char* api, const WCHAR* arg, DWORD* pdwError)
+{
+    if (!g_fAnyFault.load(std::memory_order_acquire))
+        return false;
+    std::lock_guard lock(g_faultLock);
+    auto it = g_faults.find(api);
+    if (it == g_faults.end())
+        return false;
+    FaultRule& rule = it->second;
+    if (rule.arg && (!arg || !EqualNoCase(*rule.arg, arg)))
+        return false;
+    ++rule.ulCalls;
+    if (rule.ulNth != 0 && rule.ulCalls != rule.ulNth)
+        return false;
+    ++rule.ulHits;
+    *pdwError = rule.dwError;
+    return true;
+}
+
+bool ConsumeFault(const char* api, DWORD* pdwError)
+{
+    return ConsumeFault(api, nullptr, pdwError);
+}
+
+bool FailIfInjected(const char* api, const WCHAR* arg)
+{
+    DWORD dwError = 0;
+    if (!ConsumeFault(api, arg, &dwError))
+        return false;
+    SetLastError(dwError);
+    return true;
+}
+
+bool TaskAllocShouldFail()
+{
+    return g_taskAllocFault.ShouldFail();
+}
+
+bool NothrowNewShouldFail()
+{
+    return g_newFault.ShouldFail();
+}
+
+} // namespace pal::detail

@@ -1,0 +1,4 @@
+// Windows: CloseHandle and the handle constants come from the SDK.
+#pragma once
+
+#include "pal/windef.h"

@@ -1,0 +1,8 @@
+// Windows: COM's functions, interfaces and IIDs come from the SDK; __uuidof as this layer
+// declares it for its own interfaces.
+#pragma once
+
+#include "pal/windef.h"
+#include "pal/uuidof.h"
+
+#include <objbase.h>

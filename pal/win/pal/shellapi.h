@@ -1,0 +1,6 @@
+// Windows: CommandLineToArgvW come from the SDK.
+#pragma once
+
+#include "pal/windef.h"
+
+#include <shellapi.h>

@@ -1,0 +1,4 @@
+// Windows: the registry functions come from the SDK.
+#pragma once
+
+#include "pal/windef.h"

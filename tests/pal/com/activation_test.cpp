@@ -1,0 +1,239 @@
+// The COM runtime: apartments, class object registration, activation by class context,
+// suspension and revocation.
+#include "tests/pal/com/com_testing.h"
+
+#include <vector>
+
+namespace {
+
+using orvtest::com::CLSID_TestWidget;
+using orvtest::com::ComTest;
+using orvtest::com::ScopedRegistration;
+
+// {0D8B3A55-1111-4A5A-8C8C-000000000001}: registered by nobody.
+constexpr CLSID CLSID_Nobody = {
+    0x0D8B3A55, 0x1111, 0x4A5A, {0x8C, 0x8C, 0x00, 0x00, 0x00, 0x00, 0x00, 0x01}};
+
+// Creates a widget with `pOuter` and `riid`; checks that a failure leaves a null out pointer.
+HRESULT Create(DWORD dwContext, IWidget** ppWidget, REFCLSID rclsid = CLSID_TestWidget,
+               REFIID riid = __uuidof(IWidget), IUnknown* pOuter = nullptr)
+{
+    *ppWidget = reinterpret_cast<IWidget*>(0x1); // must be overwritten on every path
+    HRESULT hr =
+        CoCreateInstance(rclsid, pOuter, dwContext, riid, reinterpret_cast<void**>(ppWidget));
+    if (FAILED(hr)) {
+        EXPECT_EQ(nullptr, *ppWidget);
+    }
+    return hr;
+}
+
+// Creates through the registration and releases what it got.
+HRESULT CreateAndRelease(DWORD dwContext)
+{
+    IWidget* pWidget = nullptr;
+    HRESULT hr = Create(dwContext, &pWidget);
+    if (SUCCEEDED(hr))
+        pWidget->Release();
+    return hr;
+}
+
+using ComApartmentTest = orvtest::PalTest;
+
+TEST_F(ComApartmentTest, InitializeCountsPerThreadAndRefusesTheOtherModelAndBadArguments)
+{
+    int reserved = 0;
+    EXPECT_HR(E_INVALIDARG, CoInitializeEx(&reserved, COINIT_MULTITHREADED));
+    EXPECT_HR(E_INVALIDARG, CoInitializeEx(nullptr, 0x100));
+    EXPECT_HR(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+    EXPECT_HR(S_FALSE, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+    EXPECT_HR(RPC_E_CHANGED_MODE, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
+    EXPECT_HR(RPC_E_CHANGED_MODE, CoInitialize(nullptr));
+    CoUninitialize();
+    CoUninitialize();
+    // Fully left: the other model is accepted now, and a further CoUninitialize is harmless.
+    EXPECT_HR(S_OK, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
+    CoUninitialize();
+    CoUninitialize();
+}
+
+TEST_F(ComApartmentTest, ActivationNeedsAnApartment)
+{
+    IWidget* pWidget = nullptr;
+    EXPECT_HR(CO_E_NOTINITIALIZED, Create(CLSCTX_ALL, &pWidget));
+    DWORD dwCookie = 7;
+    EXPECT_HR(CO_E_NOTINITIALIZED,
+              CoRegisterClassObject(CLSID_TestWidget, reinterpret_cast<IUnknown*>(&dwCookie),
+                                    CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE, &dwCookie));
+    EXPECT_EQ(0u, dwCookie);
+}
+
+using ComActivationTest = ComTest;
+
+TEST_F(ComActivationTest, ArgumentsAndUnknownClassesAreRefused)
+{
+    IWidget* pWidget = nullptr;
+    for (DWORD dwContext :
+         {DWORD(CLSCTX_INPROC_SERVER), DWORD(CLSCTX_LOCAL_SERVER), DWORD(CLSCTX_ALL)})
+        EXPECT_HR(REGDB_E_CLASSNOTREG, Create(dwContext, &pWidget, CLSID_Nobody));
+    ScopedRegistration reg;
+    ASSERT_HR(S_OK, reg.Register(CLSID_TestWidget, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE));
+    EXPECT_HR(E_POINTER,
+              CoCreateInstance(CLSID_TestWidget, nullptr, CLSCTX_ALL, IID_IUnknown, nullptr));
+    EXPECT_HR(E_INVALIDARG, Create(0, &pWidget));
+    EXPECT_HR(E_INVALIDARG, Create(0x1000, &pWidget));
+}
+
+TEST_F(ComActivationTest, RequestIsServedOnlyByAMatchingRegistration)
+{
+    const struct
+    {
+        const char* name;
+        DWORD dwRegContext, dwRegFlags, dwRequest;
+        HRESULT hrExpected;
+    } cases[] = {
+        {"local to local", CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE, CLSCTX_LOCAL_SERVER, S_OK},
+        {"local to all", CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE, CLSCTX_ALL, S_OK},
+        // A multiple-use local server is registered as an in-process server too.
+        {"multiple-use local in-process", CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE,
+         CLSCTX_INPROC_SERVER, S_OK},
+        {"separate local not in-process", CLSCTX_LOCAL_SERVER, REGCLS_MULTI_SEPARATE,
+         CLSCTX_INPROC_SERVER, REGDB_E_CLASSNOTREG},
+        {"in-process not to local", CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, CLSCTX_LOCAL_SERVER,
+         REGDB_E_CLASSNOTREG},
+        {"in-process to in-process", CLSCTX_INPROC_SERVER, REGCLS_MULTI_SEPARATE,
+         CLSCTX_INPROC_SERVER, S_OK},
+        {"local to remote request", CLSCTX_LOCAL_SERVER, REGCLS_MULTI_SEPARATE,
+         CLSCTX_REMOTE_SERVER, S_OK},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        ScopedRegistration reg;
+        ASSERT_HR(S_OK, reg.Register(CLSID_TestWidget, c.dwRegContext, c.dwRegFlags));
+        EXPECT_HR(c.hrExpected, CreateAndRelease(c.dwRequest));
+    }
+}
+
+TEST_F(ComActivationTest, ObjectIsCreatedThroughTheClassFactoryWhoseFailuresReachTheCaller)
+{
+    ScopedRegistration reg;
+    ASSERT_HR(S_OK, reg.Register(CLSID_TestWidget, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE));
+    LONG lBefore = orvtest::com::g_lWidgetsAlive.load();
+    CComPtr<IWidget> pWidget;
+    ASSERT_HR(S_OK, pWidget.CoCreateInstance(CLSID_TestWidget, nullptr, CLSCTX_LOCAL_SERVER));
+    LONG lAlive = 0;
+    EXPECT_HR(S_OK, pWidget->Ping(S_OK, &lAlive));
+    EXPECT_EQ(lBefore + 1, lAlive);
+    pWidget.Release();
+    EXPECT_EQ(lBefore, orvtest::com::g_lWidgetsAlive.load());
+
+    IWidget* p = nullptr;
+    EXPECT_HR(CLASS_E_NOAGGREGATION, Create(CLSCTX_LOCAL_SERVER, &p, CLSID_TestWidget, IID_IUnknown,
+                                            reinterpret_cast<IUnknown*>(0x2)));
+    EXPECT_HR(E_NOINTERFACE, Create(CLSCTX_LOCAL_SERVER, &p, CLSID_TestWidget, IID_IClassFactory));
+    orvtest::com::g_hrWidgetFinalConstruct = E_ACCESSDENIED;
+    EXPECT_HR(E_ACCESSDENIED, Create(CLSCTX_LOCAL_SERVER, &p));
+    EXPECT_EQ(lBefore, orvtest::com::g_lWidgetsAlive.load());
+}
+
+TEST_F(ComActivationTest, GetClassObjectHandsOutTheRegisteredObjectUntilRevoked)
+{
+    IClassFactory* pRegistered = nullptr;
+    ASSERT_HR(S_OK, CComClassFactoryT<orvtest::com::CWidget>::Create(&pRegistered));
+    DWORD dwCookie = 0;
+    ASSERT_HR(S_OK, CoRegisterClassObject(CLSID_TestWidget, pRegistered, CLSCTX_LOCAL_SERVER,
+                                          REGCLS_MULTIPLEUSE, &dwCookie));
+    EXPECT_NE(0u, dwCookie);
+    IClassFactory* pFactory = nullptr;
+    ASSERT_HR(S_OK, CoGetClassObject(CLSID_TestWidget, CLSCTX_LOCAL_SERVER, nullptr,
+                                     IID_IClassFactory, reinterpret_cast<void**>(&pFactory)));
+    EXPECT_EQ(pRegistered, pFactory);
+    // The creator's, the table's and this one.
+    EXPECT_EQ(2u, pFactory->Release());
+    EXPECT_HR(S_OK, CoRevokeClassObject(dwCookie));
+    // Revoking gave back the table's reference, and the cookie went with it.
+    EXPECT_EQ(2u, pRegistered->AddRef());
+    pRegistered->Release();
+    EXPECT_HR(CO_E_OBJNOTREG, CoRevokeClassObject(dwCookie));
+    EXPECT_HR(REGDB_E_CLASSNOTREG, CreateAndRelease(CLSCTX_LOCAL_SERVER));
+    EXPECT_EQ(0u, pRegistered->Release());
+}
+
+TEST_F(ComActivationTest, RegistrationArgumentsAreChecked)
+{
+    IClassFactory* pFactory = nullptr;
+    ASSERT_HR(S_OK, CComClassFactoryT<orvtest::com::CWidget>::Create(&pFactory));
+    DWORD dwCookie = 5;
+    EXPECT_HR(E_INVALIDARG, CoRegisterClassObject(CLSID_TestWidget, pFactory, CLSCTX_LOCAL_SERVER,
+                                                  REGCLS_MULTIPLEUSE, nullptr));
+    EXPECT_HR(E_INVALIDARG, CoRegisterClassObject(CLSID_TestWidget, nullptr, CLSCTX_LOCAL_SERVER,
+                                                  REGCLS_MULTIPLEUSE, &dwCookie));
+    EXPECT_EQ(0u, dwCookie);
+    EXPECT_HR(E_INVALIDARG,
+              CoRegisterClassObject(CLSID_TestWidget, pFactory, 0, REGCLS_MULTIPLEUSE, &dwCookie));
+    // No failed registration kept a reference.
+    EXPECT_EQ(0u, pFactory->Release());
+}
+
+TEST_F(ComActivationTest, RegistrationsAreIndependentAndASingleUseOneServesOneRequest)
+{
+    ScopedRegistration first, second;
+    ASSERT_HR(S_OK, first.Register(CLSID_TestWidget, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE));
+    ASSERT_HR(S_OK, second.Register(CLSID_TestWidget, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE));
+    EXPECT_NE(first.Cookie(), second.Cookie());
+    first.Revoke();
+    EXPECT_HR(S_OK, CreateAndRelease(CLSCTX_LOCAL_SERVER));
+    second.Revoke();
+
+    ScopedRegistration single;
+    ASSERT_HR(S_OK, single.Register(CLSID_TestWidget, CLSCTX_LOCAL_SERVER, REGCLS_SINGLEUSE));
+    EXPECT_HR(S_OK, CreateAndRelease(CLSCTX_LOCAL_SERVER));
+    EXPECT_HR(REGDB_E_CLASSNOTREG, CreateAndRelease(CLSCTX_LOCAL_SERVER));
+    // Its registration still has to be revoked, and can be.
+    EXPECT_HR(S_OK, CoRevokeClassObject(single.Cookie()));
+}
+
+TEST_F(ComActivationTest, SuspendedLocalServerIsStoppingUntilResumed)
+{
+    ScopedRegistration reg;
+    ASSERT_HR(S_OK, reg.Register(CLSID_TestWidget, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE));
+    EXPECT_HR(S_OK, CoSuspendClassObjects());
+    EXPECT_HR(CO_E_SERVER_STOPPING, CreateAndRelease(CLSCTX_LOCAL_SERVER));
+    // Suspension stops requests of the service control manager only: in-process ones go on.
+    EXPECT_HR(S_OK, CreateAndRelease(CLSCTX_INPROC_SERVER));
+    EXPECT_HR(S_OK, CoResumeClassObjects());
+    EXPECT_HR(S_OK, CreateAndRelease(CLSCTX_LOCAL_SERVER));
+
+    // The last release of the server process suspends as well.
+    EXPECT_EQ(1u, CoAddRefServerProcess());
+    EXPECT_EQ(2u, CoAddRefServerProcess());
+    EXPECT_EQ(1u, CoReleaseServerProcess());
+    EXPECT_HR(S_OK, CreateAndRelease(CLSCTX_LOCAL_SERVER));
+    EXPECT_EQ(0u, CoReleaseServerProcess());
+    EXPECT_HR(CO_E_SERVER_STOPPING, CreateAndRelease(CLSCTX_LOCAL_SERVER));
+    EXPECT_HR(S_OK, CoResumeClassObjects());
+
+    // A class registered suspended waits for the resume.
+    reg.Revoke();
+    ASSERT_HR(S_OK, reg.Register(CLSID_TestWidget, CLSCTX_LOCAL_SERVER,
+                                 REGCLS_MULTIPLEUSE | REGCLS_SUSPENDED));
+    EXPECT_HR(CO_E_SERVER_STOPPING, CreateAndRelease(CLSCTX_LOCAL_SERVER));
+    EXPECT_HR(S_OK, CoResumeClassObjects());
+    EXPECT_HR(S_OK, CreateAndRelease(CLSCTX_LOCAL_SERVER));
+}
+
+TEST_F(ComActivationTest, InjectedFaultsAreReturnedAndGuidTextIsTheRegistryForm)
+{
+    ScopedRegistration reg;
+    ASSERT_HR(S_OK, reg.Register(CLSID_TestWidget, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE));
+    pal::InjectFault("CoCreateInstance", DWORD(E_ACCESSDENIED), 1, orvtest::com::kTestWidgetClsid);
+    EXPECT_HR(E_ACCESSDENIED, CreateAndRelease(CLSCTX_LOCAL_SERVER));
+    EXPECT_HR(S_OK, CreateAndRelease(CLSCTX_LOCAL_SERVER));
+    EXPECT_EQ(1u, pal::FaultHits("CoCreateInstance"));
+
+    WCHAR sz[39];
+    EXPECT_EQ(39, StringFromGUID2(CLSID_TestWidget, sz, 39));
+    EXPECT_EQ(std::u16string(orvtest::com::kTestWidgetClsid), std::u16string(sz));
+    EXPECT_EQ(0, StringFromGUID2(CLSID_TestWidget, sz, 38));
+}
+
+} // namespace
