@@ -1,28 +1,41 @@
 #include "tests/support/paltest.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <thread>
 #include <unistd.h>
 
 namespace orvtest {
 
-void PalTest::SetUp()
+std::string BeginMachineRoot()
 {
     std::string pattern = (std::filesystem::temp_directory_path() / "orvsim-test-XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr) << "cannot create a machine root";
-    m_root = pattern;
-    setenv("ORVSIM_ROOT", m_root.c_str(), 1);
+    if (!mkdtemp(pattern.data()))
+        return {};
+    setenv("ORVSIM_ROOT", pattern.c_str(), 1);
     pal::ResetForTest();
     pal::CaptureDebugOutput(true);
     pal::CaptureMessageBoxes(true);
+    return pattern;
+}
+
+void EndMachineRoot(const std::string& root)
+{
+    pal::ResetForTest();
+    std::error_code ec;
+    if (!root.empty())
+        std::filesystem::remove_all(root, ec);
+}
+
+void PalTest::SetUp()
+{
+    std::string root = BeginMachineRoot();
+    ASSERT_FALSE(root.empty()) << "cannot create a machine root";
+    m_root = root;
 }
 
 void PalTest::TearDown()
 {
-    pal::ResetForTest();
-    std::error_code ec;
-    std::filesystem::remove_all(m_root, ec);
+    EndMachineRoot(m_root.string());
 }
 
 std::filesystem::path PalTest::MakeDir(const std::string& name) const
@@ -41,24 +54,6 @@ bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
-}
-
-std::string HexCode(DWORD value)
-{
-    char buffer[16];
-    std::snprintf(buffer, sizeof(buffer), "0x%08X", value);
-    return buffer;
-}
-
-::testing::AssertionResult HrEqual(const char* expectedExpr, const char* actualExpr,
-                                   HRESULT expected, HRESULT actual)
-{
-    if (expected == actual)
-        return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure()
-           << "Expected equality of these values:\n  " << expectedExpr
-           << "\n    Which is: " << HexCode(static_cast<DWORD>(expected)) << "\n  " << actualExpr
-           << "\n    Which is: " << HexCode(static_cast<DWORD>(actual));
 }
 
 } // namespace orvtest

@@ -95,22 +95,26 @@ LONG CRegKey::QueryStringValue(LPCWSTR pszValueName, LPWSTR pszValue, ULONG* pnC
     if (!pnChars)
         return ERROR_INVALID_PARAMETER;
     DWORD dwType = REG_NONE;
-    DWORD cbData = pszValue ? *pnChars * static_cast<DWORD>(sizeof(WCHAR)) : 0;
+    ULONG cchBuffer = pszValue ? *pnChars : 0;
+    DWORD cbData = cchBuffer * static_cast<DWORD>(sizeof(WCHAR));
     *pnChars = 0;
     LONG status = RegQueryValueExW(m_hKey, pszValueName, nullptr, &dwType,
                                    reinterpret_cast<LPBYTE>(pszValue), &cbData);
     if (status != ERROR_SUCCESS)
         return status;
-    if (dwType != REG_SZ && dwType != REG_EXPAND_SZ)
+    // Nothing unterminated is left for a careless caller.
+    auto invalid = [&] {
+        if (cchBuffer > 0)
+            pszValue[0] = 0;
         return ERROR_INVALID_DATA;
-    if (pszValue) {
-        if (cbData == 0) {
+    };
+    if (dwType != REG_SZ && dwType != REG_EXPAND_SZ)
+        return invalid();
+    if (cchBuffer > 0) {
+        if (cbData == 0)
             pszValue[0] = 0;
-        } else if (cbData % sizeof(WCHAR) != 0 || pszValue[cbData / sizeof(WCHAR) - 1] != 0) {
-            // Nothing unterminated is left for a careless caller.
-            pszValue[0] = 0;
-            return ERROR_INVALID_DATA;
-        }
+        else if (cbData % sizeof(WCHAR) != 0 || pszValue[cbData / sizeof(WCHAR) - 1] != 0)
+            return invalid();
     }
     *pnChars = cbData / sizeof(WCHAR);
     return ERROR_SUCCESS;

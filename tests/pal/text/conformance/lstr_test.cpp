@@ -1,14 +1,14 @@
 // kernel32's lstr* helpers: lengths, the word-sort comparisons and lstrcpynW.
 #include "pal/errhandlingapi.h"
 #include "pal/winbase.h"
-#include "tests/support/paltest.h"
+#include "tests/support/conformance.h"
 
 #include <algorithm>
 #include <string>
 
 namespace {
 
-using LstrTest = orvtest::PalTest;
+using LstrTest = orvtest::ConformanceTest;
 
 constexpr WCHAR kSentinel = 0xCCCC;
 
@@ -21,19 +21,19 @@ TEST_F(LstrTest, LstrcmpWAndAOrderTheTable)
 {
     // In lstrcmpW order; every string differs from the others.
     const WCHAR* const sorted[] = {
-        u"",
-        u"'", // ignored characters: only the last levels see them
-        u"-",
-        u"\t", // symbols and punctuation, by code point
-        u" ",      u"!",        u"#",       u"_",       u"~",          u"\u20AC",
-        u"0", // digits, one character at a time, so version strings do not sort as numbers
-        u"1",      u"10.0.0.0", u"3.1.9.9", u"3.2.0.0", u"3.3",        u"4.0.0.1",   u"9",
-        u"a", // letters, the lowercase one first
-        u"a-",     u"A",        u"ab",      u"aB",      u"Ab",         u"AB",        u"b", u"B",
-        u"coop", // word sort: hyphens and apostrophes count last
-        u"-coop",  u"co'op",    u"co-op",   u"co-op-",  u"Co-op",      u"cooperate", u"z", u"Z",
-        u"\u00E9", // other characters after the letters, by code point
-        u"\u00C9", u"\u03C9",   u"\u03A9",  u"\u4E2D",  u"\U0001F600", u"\uFFFD",
+        W(""),
+        W("'"), // ignored characters: only the last levels see them
+        W("-"),
+        W("\t"), // symbols and punctuation, by code point
+        W(" "),      W("!"),        W("#"),       W("_"),       W("~"),          W("\u20AC"),
+        W("0"), // digits, one character at a time, so version strings do not sort as numbers
+        W("1"),      W("10.0.0.0"), W("3.1.9.9"), W("3.2.0.0"), W("3.3"),        W("4.0.0.1"),   W("9"),
+        W("a"), // letters, the lowercase one first
+        W("a-"),     W("A"),        W("ab"),      W("aB"),      W("Ab"),         W("AB"),        W("b"), W("B"),
+        W("coop"), // word sort: hyphens and apostrophes count last
+        W("-coop"),  W("co'op"),    W("co-op"),   W("co-op-"),  W("Co-op"),      W("cooperate"), W("z"), W("Z"),
+        W("\u00E9"), // other characters after the letters, by code point
+        W("\u00C9"), W("\u03C9"),   W("\u03A9"),  W("\u4E2D"),  W("\U0001F600"), W("\uFFFD"),
     };
     // lstrcmpA converts from the ANSI code page (UTF-8) and orders the same.
     for (size_t i = 0; i < std::size(sorted); ++i) {
@@ -55,14 +55,14 @@ TEST_F(LstrTest, LstrcmpiIgnoresCaseOnly)
         const WCHAR* b;
         int expected;
     } cases[] = {
-        {u"abc", u"ABC", 0},       {u"ABC", u"abc", 0},
-        {u"Co-Op", u"cO-oP", 0},   {u"\u00E9t\u00E9", u"\u00C9T\u00C9", 0},
-        {u"\u0416", u"\u0436", 0}, {u"a", u"B", -1},
-        {u"B", u"a", 1},           {u"coop", u"CO-OP", -1},
-        {u"co-op", u"COOP", 1},    {u"_", u"a", -1}, // symbols before letters, not by code unit
-        {u"Z", u"\u00E9", -1},     {u"10.0.0.0", u"3.1.9.9", -1},
-        {u"3.3", u"3.2.0.0", 1},   {u"", u"", 0},
-        {u"", u"-", -1},
+        {W("abc"), W("ABC"), 0},       {W("ABC"), W("abc"), 0},
+        {W("Co-Op"), W("cO-oP"), 0},   {W("\u00E9t\u00E9"), W("\u00C9T\u00C9"), 0},
+        {W("\u0416"), W("\u0436"), 0}, {W("a"), W("B"), -1},
+        {W("B"), W("a"), 1},           {W("coop"), W("CO-OP"), -1},
+        {W("co-op"), W("COOP"), 1},    {W("_"), W("a"), -1}, // symbols before letters, not by code unit
+        {W("Z"), W("\u00E9"), -1},     {W("10.0.0.0"), W("3.1.9.9"), -1},
+        {W("3.3"), W("3.2.0.0"), 1},   {W(""), W(""), 0},
+        {W(""), W("-"), -1},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(Describe(c.a) + " vs " + Describe(c.b));
@@ -77,18 +77,18 @@ TEST_F(LstrTest, LstrcmpiIgnoresCaseOnly)
 TEST_F(LstrTest, NullIsEmptyForLengthsAndSortsFirst)
 {
     EXPECT_EQ(0, lstrlenW(nullptr));
-    EXPECT_EQ(0, lstrlenW(u""));
-    EXPECT_EQ(2, lstrlenW(u"\U0001F377")); // units
+    EXPECT_EQ(0, lstrlenW(W("")));
+    EXPECT_EQ(2, lstrlenW(W("\U0001F377"))); // units
     EXPECT_EQ(0, lstrlenA(nullptr));
     EXPECT_EQ(3, lstrlenA("abc"));
     EXPECT_EQ(2, lstrlenA("\xC3\xA9")); // bytes
 
     EXPECT_EQ(0, lstrcmpW(nullptr, nullptr));
-    EXPECT_EQ(-1, lstrcmpW(nullptr, u""));
-    EXPECT_EQ(1, lstrcmpW(u"", nullptr));
+    EXPECT_EQ(-1, lstrcmpW(nullptr, W("")));
+    EXPECT_EQ(1, lstrcmpW(W(""), nullptr));
     EXPECT_EQ(0, lstrcmpiW(nullptr, nullptr));
-    EXPECT_EQ(-1, lstrcmpiW(nullptr, u"a"));
-    EXPECT_EQ(1, lstrcmpiW(u"a", nullptr));
+    EXPECT_EQ(-1, lstrcmpiW(nullptr, W("a")));
+    EXPECT_EQ(1, lstrcmpiW(W("a"), nullptr));
     EXPECT_EQ(0, lstrcmpA(nullptr, nullptr));
     EXPECT_EQ(-1, lstrcmpA(nullptr, ""));
     EXPECT_EQ(1, lstrcmpA("a", nullptr));
@@ -107,29 +107,29 @@ TEST_F(LstrTest, LstrcpynCopiesAtMostOneLessThanTheSizeAndTerminates)
     {
         const WCHAR* source;
         int iMaxLength;
-        std::u16string expected;
+        orvtest::WString expected;
     } cases[] = {
-        {u"abcdef", 4, u"abc"},
-        {u"abcdef", 7, u"abcdef"},
-        {u"abcdef", 100, u"abcdef"},
-        {u"abcdef", 1, u""},
-        {u"", 5, u""},
-        {u"\U0001F377x", 2, u"\xD83C"}, // cuts a surrogate pair as Windows does
+        {W("abcdef"), 4, W("abc")},
+        {W("abcdef"), 7, W("abcdef")},
+        {W("abcdef"), 100, W("abcdef")},
+        {W("abcdef"), 1, W("")},
+        {W(""), 5, W("")},
+        {W("\U0001F377x"), 2, W("\xD83C")}, // cuts a surrogate pair as Windows does
     };
     WCHAR buffer[16];
     for (const auto& c : cases) {
         SCOPED_TRACE(Describe(c.source) + " " + std::to_string(c.iMaxLength));
         std::fill(std::begin(buffer), std::end(buffer), kSentinel);
         EXPECT_EQ(buffer, lstrcpynW(buffer, c.source, c.iMaxLength));
-        EXPECT_EQ(c.expected, std::u16string(buffer));
+        EXPECT_EQ(c.expected, orvtest::WString(buffer));
         EXPECT_EQ(kSentinel, buffer[c.expected.size() + 1]) << "wrote past the terminator";
     }
     // A size of zero writes nothing; null pointers fail.
     std::fill(std::begin(buffer), std::end(buffer), kSentinel);
-    EXPECT_EQ(buffer, lstrcpynW(buffer, u"abc", 0));
+    EXPECT_EQ(buffer, lstrcpynW(buffer, W("abc"), 0));
     EXPECT_EQ(kSentinel, buffer[0]);
     EXPECT_CALL_ERROR(nullptr, ERROR_INVALID_PARAMETER, lstrcpynW(buffer, nullptr, 4));
-    EXPECT_CALL_ERROR(nullptr, ERROR_INVALID_PARAMETER, lstrcpynW(nullptr, u"abc", 4));
+    EXPECT_CALL_ERROR(nullptr, ERROR_INVALID_PARAMETER, lstrcpynW(nullptr, W("abc"), 4));
 }
 
 } // namespace
