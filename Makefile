@@ -1,13 +1,14 @@
 # The two commands of this repository:
 #   make test   install what is missing, configure, build and run every test
 #   make demo   the shadow copy demonstration (arrives with the VSS simulation)
+#   make test-windows   cross-build for Windows (mingw-w64) and run the conformance suite under Wine
 # PRESET selects the build: debug (default), release, asan or tsan.
 
 PRESET ?= debug
 
-.PHONY: test build configure bootstrap demo test-concurrency format clean
+.PHONY: test build configure bootstrap demo test-concurrency test-windows check-sources format clean
 
-test: build
+test: check-sources build
 	ctest --preset $(PRESET)
 
 build: configure
@@ -18,6 +19,17 @@ configure: bootstrap
 
 bootstrap:
 	@scripts/bootstrap
+
+# The Windows build of the system folders and the platform conformance suite, run under Wine
+# (scripts/wine-run). The first run creates the Wine prefix under build/windows.
+test-windows: bootstrap check-sources
+	cmake --preset windows
+	cmake --build --preset windows
+	ctest --preset windows
+
+# The system folders use WCHAR, W() and pal/ headers only, so that they build on both platforms.
+check-sources:
+	@scripts/check-system-sources
 
 # The concurrency tests under ThreadSanitizer.
 test-concurrency:
