@@ -10,7 +10,8 @@ bool IsDigit(WCHAR c)
 
 } // namespace
 
-std::basic_string<WCHAR> RenderMessage(std::basic_string_view<WCHAR> text, const std::vector<std::basic_string<WCHAR>>& strings)
+std::basic_string<WCHAR> RenderMessage(std::basic_string_view<WCHAR> text,
+                                       const std::vector<std::basic_string<WCHAR>>& strings)
 {
     std::basic_string<WCHAR> out;
     out.reserve(text.size());

@@ -1,7 +1,7 @@
 // Injected failures of platform calls.
-#include "pal/src/base/internal.h"
 #include "pal/errhandlingapi.h"
 #include "pal/processthreadsapi.h"
+#include "pal/src/base/internal.h"
 
 #include <atomic>
 #include <map>

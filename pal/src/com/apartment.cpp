@@ -1,7 +1,7 @@
 // COM apartments: per-thread initialisation and the process's multithreaded apartment.
-#include "pal/src/com/runtime.h"
-#include "pal/src/base/internal.h"
 #include "pal/objbase.h"
+#include "pal/src/base/internal.h"
+#include "pal/src/com/runtime.h"
 
 #include <atomic>
 

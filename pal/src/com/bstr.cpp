@@ -1,8 +1,8 @@
 // BSTR: the string is preceded by its length in bytes (a DWORD) and followed by a terminator.
 // As in 64-bit oleaut32, the block starts with 4 bytes of padding so that the characters are
 // 8-byte aligned: [pad:4][byte length:4][characters][0].
-#include "pal/src/base/internal.h"
 #include "pal/oleauto.h"
+#include "pal/src/base/internal.h"
 
 #include <cstring>
 

@@ -1,8 +1,8 @@
 // The process's class table: class objects registered by the code of this process, and the
 // activation that finds them.
-#include "pal/src/com/runtime.h"
-#include "pal/src/base/internal.h"
 #include "pal/objbase.h"
+#include "pal/src/base/internal.h"
+#include "pal/src/com/runtime.h"
 
 #include <mutex>
 #include <new>

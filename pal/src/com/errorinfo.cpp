@@ -1,6 +1,6 @@
 // Per-thread COM error information objects.
-#include "pal/src/base/internal.h"
 #include "pal/oaidl.h"
+#include "pal/src/base/internal.h"
 
 #include <atomic>
 #include <new>

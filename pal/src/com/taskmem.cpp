@@ -1,6 +1,6 @@
 // The COM task allocator and GUID creation.
-#include "pal/src/base/internal.h"
 #include "pal/combaseapi.h"
+#include "pal/src/base/internal.h"
 #include "pal/winerror.h"
 
 #include <cerrno>

@@ -1,10 +1,10 @@
 // Event sources and reports: RegisterEventSourceW, ReportEventW, DeregisterEventSource, and
 // the reader of pal/paleventlog.h. The reports themselves are kept by store.cpp.
 #include "pal/eventlog.h"
-#include "pal/src/eventlog/store.h"
-#include "pal/src/base/internal.h"
 #include "pal/errhandlingapi.h"
 #include "pal/processthreadsapi.h"
+#include "pal/src/base/internal.h"
+#include "pal/src/eventlog/store.h"
 #include "pal/winerror.h"
 
 #include <cctype>

@@ -1,8 +1,8 @@
 // Directory search. The entries that match are read when the search starts, sorted as NTFS
 // returns them (by name, case-insensitively), and handed out one per call.
-#include "pal/src/base/internal.h"
 #include "pal/errhandlingapi.h"
 #include "pal/fileapi.h"
+#include "pal/src/base/internal.h"
 #include "pal/winerror.h"
 
 #include <algorithm>

@@ -2,9 +2,9 @@
 // fd-backed FILE; a text stream wraps the fd with fopencookie so that "\n" is written as
 // "\r\n" and "\r\n" is read back as "\n", while callers keep using fputs, fprintf, fflush and
 // fclose on the FILE* as usual.
-#include "pal/src/base/internal.h"
 #include "pal/crt.h"
 #include "pal/errhandlingapi.h"
+#include "pal/src/base/internal.h"
 #include "pal/winerror.h"
 
 #include <algorithm>

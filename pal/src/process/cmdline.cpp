@@ -1,9 +1,9 @@
 // The process's command line and its splitting into arguments by shell32's rules.
-#include "pal/src/base/internal.h"
 #include "pal/errhandlingapi.h"
 #include "pal/libloaderapi.h"
 #include "pal/processthreadsapi.h"
 #include "pal/shellapi.h"
+#include "pal/src/base/internal.h"
 #include "pal/winbase.h"
 #include "pal/winerror.h"
 

@@ -1,6 +1,6 @@
 // Debugger output: delivered to the control layer, which captures it or writes it out.
-#include "pal/src/base/internal.h"
 #include "pal/debugapi.h"
+#include "pal/src/base/internal.h"
 
 void WINAPI OutputDebugStringW(LPCWSTR lpOutputString)
 {

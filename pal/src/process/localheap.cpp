@@ -1,6 +1,6 @@
 // The local heap: fixed blocks only.
-#include "pal/src/base/internal.h"
 #include "pal/errhandlingapi.h"
+#include "pal/src/base/internal.h"
 #include "pal/winbase.h"
 #include "pal/winerror.h"
 

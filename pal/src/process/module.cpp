@@ -1,8 +1,8 @@
 // Modules: the executable's path, kernel32 as the one known library, and the exports that
 // callers look up at run time.
-#include "pal/src/base/internal.h"
 #include "pal/errhandlingapi.h"
 #include "pal/libloaderapi.h"
+#include "pal/src/base/internal.h"
 #include "pal/sysinfoapi.h"
 #include "pal/winerror.h"
 

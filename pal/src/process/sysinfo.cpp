@@ -1,6 +1,6 @@
 // Operating system version and processor information, answered from the host profile.
-#include "pal/src/base/internal.h"
 #include "pal/errhandlingapi.h"
+#include "pal/src/base/internal.h"
 #include "pal/sysinfoapi.h"
 #include "pal/winerror.h"
 

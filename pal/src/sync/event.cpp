@@ -1,7 +1,7 @@
 // Event objects: manual- and auto-reset, named or not.
-#include "pal/src/sync/handletable.h"
-#include "pal/src/base/internal.h"
 #include "pal/errhandlingapi.h"
+#include "pal/src/base/internal.h"
+#include "pal/src/sync/handletable.h"
 #include "pal/synchapi.h"
 #include "pal/winerror.h"
 

@@ -1,8 +1,8 @@
 // The handle table, the object namespace and the one lock and condition variable of waits.
 #include "pal/src/sync/handletable.h"
 
-#include "pal/src/base/internal.h"
 #include "pal/errhandlingapi.h"
+#include "pal/src/base/internal.h"
 #include "pal/winerror.h"
 
 #include <condition_variable>

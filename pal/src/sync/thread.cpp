@@ -1,8 +1,8 @@
 // Threads: detached pthreads behind waitable thread objects, and thread and process ids.
-#include "pal/src/sync/handletable.h"
-#include "pal/src/base/internal.h"
 #include "pal/errhandlingapi.h"
 #include "pal/processthreadsapi.h"
+#include "pal/src/base/internal.h"
+#include "pal/src/sync/handletable.h"
 #include "pal/winerror.h"
 
 #include <atomic>

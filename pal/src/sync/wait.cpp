@@ -1,8 +1,8 @@
 // Waits on kernel objects, and CloseHandle.
-#include "pal/src/sync/handletable.h"
-#include "pal/src/base/internal.h"
 #include "pal/errhandlingapi.h"
 #include "pal/handleapi.h"
+#include "pal/src/base/internal.h"
+#include "pal/src/sync/handletable.h"
 #include "pal/synchapi.h"
 #include "pal/winerror.h"
 

@@ -26,11 +26,11 @@
 //   surrogate likewise fails under WC_ERR_INVALID_CHARS, else becomes U+FFFD (EF BF BD); for
 //   CP_ACP/CP_OEMCP it becomes *lpDefaultChar when given, and sets *lpUsedDefaultChar.
 // - The last error is left unchanged on success.
-#include "pal/src/base/internal.h"
 #include "pal/errhandlingapi.h"
+#include "pal/src/base/internal.h"
+#include "pal/src/text/utf.h"
 #include "pal/stringapiset.h"
 #include "pal/winerror.h"
-#include "pal/src/text/utf.h"
 
 #include <cstring>
 

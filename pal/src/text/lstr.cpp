@@ -29,8 +29,8 @@
 // sorts before every other string, even the empty one, and two NULLs are equal.
 // lstrcmpiW/lstrcmpiA compare the same way with both strings case-folded, so level 2 never
 // decides. The A variants convert from CP_ACP (UTF-8 here; invalid bytes become U+FFFD).
-#include "pal/src/base/internal.h"
 #include "pal/errhandlingapi.h"
+#include "pal/src/base/internal.h"
 #include "pal/winbase.h"
 #include "pal/winerror.h"
 

@@ -1,7 +1,7 @@
 // String resources: the table the program registered stands in for the image's string table.
-#include "pal/src/base/internal.h"
 #include "pal/errhandlingapi.h"
 #include "pal/palresource.h"
+#include "pal/src/base/internal.h"
 #include "pal/winerror.h"
 #include "pal/winuser.h"
 

@@ -31,8 +31,8 @@
 // Windows leaves the behaviour of a NULL output buffer or format undefined (it faults); here a
 // NULL output buffer writes nothing and a NULL format prints nothing, both returning 0.
 #include "pal/src/base/internal.h"
-#include "pal/winuser.h"
 #include "pal/src/text/utf.h"
+#include "pal/winuser.h"
 
 #include <array>
 #include <cstdint>

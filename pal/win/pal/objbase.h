@@ -2,7 +2,7 @@
 // declares it for its own interfaces.
 #pragma once
 
-#include "pal/windef.h"
 #include "pal/uuidof.h"
+#include "pal/windef.h"
 
 #include <objbase.h>

@@ -27,11 +27,14 @@ TEST_F(LstrTest, LstrcmpWAndAOrderTheTable)
         W("\t"), // symbols and punctuation, by code point
         W(" "),      W("!"),        W("#"),       W("_"),       W("~"),          W("\u20AC"),
         W("0"), // digits, one character at a time, so version strings do not sort as numbers
-        W("1"),      W("10.0.0.0"), W("3.1.9.9"), W("3.2.0.0"), W("3.3"),        W("4.0.0.1"),   W("9"),
+        W("1"),      W("10.0.0.0"), W("3.1.9.9"), W("3.2.0.0"), W("3.3"),        W("4.0.0.1"),
+        W("9"),
         W("a"), // letters, the lowercase one first
-        W("a-"),     W("A"),        W("ab"),      W("aB"),      W("Ab"),         W("AB"),        W("b"), W("B"),
+        W("a-"),     W("A"),        W("ab"),      W("aB"),      W("Ab"),         W("AB"),
+        W("b"),      W("B"),
         W("coop"), // word sort: hyphens and apostrophes count last
-        W("-coop"),  W("co'op"),    W("co-op"),   W("co-op-"),  W("Co-op"),      W("cooperate"), W("z"), W("Z"),
+        W("-coop"),  W("co'op"),    W("co-op"),   W("co-op-"),  W("Co-op"),      W("cooperate"),
+        W("z"),      W("Z"),
         W("\u00E9"), // other characters after the letters, by code point
         W("\u00C9"), W("\u03C9"),   W("\u03A9"),  W("\u4E2D"),  W("\U0001F600"), W("\uFFFD"),
     };
@@ -55,13 +58,20 @@ TEST_F(LstrTest, LstrcmpiIgnoresCaseOnly)
         const WCHAR* b;
         int expected;
     } cases[] = {
-        {W("abc"), W("ABC"), 0},       {W("ABC"), W("abc"), 0},
-        {W("Co-Op"), W("cO-oP"), 0},   {W("\u00E9t\u00E9"), W("\u00C9T\u00C9"), 0},
-        {W("\u0416"), W("\u0436"), 0}, {W("a"), W("B"), -1},
-        {W("B"), W("a"), 1},           {W("coop"), W("CO-OP"), -1},
-        {W("co-op"), W("COOP"), 1},    {W("_"), W("a"), -1}, // symbols before letters, not by code unit
-        {W("Z"), W("\u00E9"), -1},     {W("10.0.0.0"), W("3.1.9.9"), -1},
-        {W("3.3"), W("3.2.0.0"), 1},   {W(""), W(""), 0},
+        {W("abc"), W("ABC"), 0},
+        {W("ABC"), W("abc"), 0},
+        {W("Co-Op"), W("cO-oP"), 0},
+        {W("\u00E9t\u00E9"), W("\u00C9T\u00C9"), 0},
+        {W("\u0416"), W("\u0436"), 0},
+        {W("a"), W("B"), -1},
+        {W("B"), W("a"), 1},
+        {W("coop"), W("CO-OP"), -1},
+        {W("co-op"), W("COOP"), 1},
+        {W("_"), W("a"), -1}, // symbols before letters, not by code unit
+        {W("Z"), W("\u00E9"), -1},
+        {W("10.0.0.0"), W("3.1.9.9"), -1},
+        {W("3.3"), W("3.2.0.0"), 1},
+        {W(""), W(""), 0},
         {W(""), W("-"), -1},
     };
     for (const auto& c : cases) {
