@@ -1,6 +1,6 @@
 // The COM task allocator and GUID creation.
-#include "pal/src/base/internal.h"
 #include "pal/combaseapi.h"
+#include "pal/src/base/internal.h"
 #include "pal/winerror.h"
 
 #include <cerrno>
@@ -76,7 +76,7 @@ void FillRandom(void* buffer, size_t size)
 HRESULT WINAPI CoCreateGuid(GUID* pguid)
 {
     if (pguid == nullptr)
-        return E_POINTER;
+        return E_INVALIDARG; // as Windows, not E_POINTER
     GUID guid;
     FillRandom(&guid, sizeof(guid));
     // RFC 4122 version 4 (random), variant 10x.
