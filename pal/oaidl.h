@@ -6,21 +6,21 @@
 
 // {1CF2B120-547D-101B-8E65-08002B2BC119}
 inline constexpr IID IID_IErrorInfo = {
-    0x1CF2B120, 0x547D, 0x101B, {0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B, 0xC1, 0x19}};
+    0x1CF2B120, 0x547D, 0x101B, {0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B, 0xD1, 0x19}};
 // {22F03340-547D-101B-8E65-08002B2BC119}
 inline constexpr IID IID_ICreateErrorInfo = {
-    0x22F03340, 0x547D, 0x101B, {0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B, 0xC1, 0x19}};
-// {DF0B3D60-548F-101B-8E65-08002B2BC119}
+    0x22F03340, 0x547D, 0x101B, {0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B, 0xD1, 0x19}};
+// {DF0B3D60-548F-101B-8E65-08002B2BD119}
 inline constexpr IID IID_ISupportErrorInfo = {
-    0xDF0B3D60, 0x548F, 0x101B, {0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B, 0xC1, 0x19}};
+    0xDF0B3D60, 0x548F, 0x101B, {0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B, 0xD1, 0x19}};
 
 interface IErrorInfo : public IUnknown
 {
-    STDMETHOD(GetGUID)(GUID * pGUID) PURE;
-    STDMETHOD(GetSource)(BSTR * pBstrSource) PURE;
-    STDMETHOD(GetDescription)(BSTR * pBstrDescription) PURE;
-    STDMETHOD(GetHelpFile)(BSTR * pBstrHelpFile) PURE;
-    STDMETHOD(GetHelpContext)(DWORD * pdwHelpContext) PURE;
+    STDMETHOD(GetGUID)(GUID* pGUID) PURE;
+    STDMETHOD(GetSource)(BSTR* pBstrSource) PURE;
+    STDMETHOD(GetDescription)(BSTR* pBstrDescription) PURE;
+    STDMETHOD(GetHelpFile)(BSTR* pBstrHelpFile) PURE;
+    STDMETHOD(GetHelpContext)(DWORD* pdwHelpContext) PURE;
 
 protected:
     ~IErrorInfo() = default;

@@ -20,5 +20,7 @@ using HLOCAL = HANDLE;
 #define LMEM_ZEROINIT 0x0040
 #define LPTR (LMEM_FIXED | LMEM_ZEROINIT)
 
+// Fixed blocks only: any other flag than LMEM_ZEROINIT (LMEM_MOVEABLE) fails with
+// ERROR_INVALID_PARAMETER.
 HLOCAL WINAPI LocalAlloc(UINT uFlags, SIZE_T uBytes);
 HLOCAL WINAPI LocalFree(HLOCAL hMem);

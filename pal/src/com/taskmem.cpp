@@ -76,7 +76,7 @@ void FillRandom(void* buffer, size_t size)
 HRESULT WINAPI CoCreateGuid(GUID* pguid)
 {
     if (pguid == nullptr)
-        return E_POINTER;
+        return E_INVALIDARG; // as Windows, not E_POINTER
     GUID guid;
     FillRandom(&guid, sizeof(guid));
     // RFC 4122 version 4 (random), variant 10x.

@@ -1,8 +1,7 @@
-// The COM runtime: apartments, class object registration, activation by class context,
-// suspension and revocation.
+// The COM runtime's suspension of class objects and injected activation faults; the cases that
+// need no test controls are in conformance/activation_test.cpp.
 #include "tests/pal/com/com_testing.h"
-
-#include <vector>
+#include "tests/support/paltest.h"
 
 namespace {
 
@@ -37,29 +36,15 @@ HRESULT CreateAndRelease(DWORD dwContext)
     return hr;
 }
 
-using ComApartmentTest = orvtest::PalTest;
+// Linux only: Wine accepts a reserved pointer, and leaves the cookie of a registration refused
+// for want of an apartment as it was.
+using ComApartmentArgumentsTest = orvtest::PalTest;
 
-TEST_F(ComApartmentTest, InitializeCountsPerThreadAndRefusesTheOtherModelAndBadArguments)
+TEST_F(ComApartmentArgumentsTest, BadArgumentsAndARefusedRegistrationsCookie)
 {
     int reserved = 0;
     EXPECT_HR(E_INVALIDARG, CoInitializeEx(&reserved, COINIT_MULTITHREADED));
     EXPECT_HR(E_INVALIDARG, CoInitializeEx(nullptr, 0x100));
-    EXPECT_HR(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
-    EXPECT_HR(S_FALSE, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
-    EXPECT_HR(RPC_E_CHANGED_MODE, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
-    EXPECT_HR(RPC_E_CHANGED_MODE, CoInitialize(nullptr));
-    CoUninitialize();
-    CoUninitialize();
-    // Fully left: the other model is accepted now, and a further CoUninitialize is harmless.
-    EXPECT_HR(S_OK, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
-    CoUninitialize();
-    CoUninitialize();
-}
-
-TEST_F(ComApartmentTest, ActivationNeedsAnApartment)
-{
-    IWidget* pWidget = nullptr;
-    EXPECT_HR(CO_E_NOTINITIALIZED, Create(CLSCTX_ALL, &pWidget));
     DWORD dwCookie = 7;
     EXPECT_HR(CO_E_NOTINITIALIZED,
               CoRegisterClassObject(CLSID_TestWidget, reinterpret_cast<IUnknown*>(&dwCookie),
@@ -67,9 +52,14 @@ TEST_F(ComApartmentTest, ActivationNeedsAnApartment)
     EXPECT_EQ(0u, dwCookie);
 }
 
-using ComActivationTest = ComTest;
+using ComSuspensionTest = ComTest;
+// Linux only: Wine's class table differs from Windows' and from the pal's here (a request for a
+// class nobody registered, or of a remote server, goes to its rpcss, which takes seconds; class
+// contexts 0 and 0x1000 give E_UNEXPECTED; a revoked cookie gives E_INVALIDARG; a single-use
+// registration serves more than once), and these cases assert the pal's model of Windows.
+using ComClassTableTest = ComTest;
 
-TEST_F(ComActivationTest, ArgumentsAndUnknownClassesAreRefused)
+TEST_F(ComClassTableTest, ArgumentsAndUnknownClassesAreRefused)
 {
     IWidget* pWidget = nullptr;
     for (DWORD dwContext :
@@ -83,7 +73,7 @@ TEST_F(ComActivationTest, ArgumentsAndUnknownClassesAreRefused)
     EXPECT_HR(E_INVALIDARG, Create(0x1000, &pWidget));
 }
 
-TEST_F(ComActivationTest, RequestIsServedOnlyByAMatchingRegistration)
+TEST_F(ComClassTableTest, RequestIsServedOnlyByAMatchingRegistration)
 {
     const struct
     {
@@ -113,29 +103,7 @@ TEST_F(ComActivationTest, RequestIsServedOnlyByAMatchingRegistration)
     }
 }
 
-TEST_F(ComActivationTest, ObjectIsCreatedThroughTheClassFactoryWhoseFailuresReachTheCaller)
-{
-    ScopedRegistration reg;
-    ASSERT_HR(S_OK, reg.Register(CLSID_TestWidget, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE));
-    LONG lBefore = orvtest::com::g_lWidgetsAlive.load();
-    CComPtr<IWidget> pWidget;
-    ASSERT_HR(S_OK, pWidget.CoCreateInstance(CLSID_TestWidget, nullptr, CLSCTX_LOCAL_SERVER));
-    LONG lAlive = 0;
-    EXPECT_HR(S_OK, pWidget->Ping(S_OK, &lAlive));
-    EXPECT_EQ(lBefore + 1, lAlive);
-    pWidget.Release();
-    EXPECT_EQ(lBefore, orvtest::com::g_lWidgetsAlive.load());
-
-    IWidget* p = nullptr;
-    EXPECT_HR(CLASS_E_NOAGGREGATION, Create(CLSCTX_LOCAL_SERVER, &p, CLSID_TestWidget, IID_IUnknown,
-                                            reinterpret_cast<IUnknown*>(0x2)));
-    EXPECT_HR(E_NOINTERFACE, Create(CLSCTX_LOCAL_SERVER, &p, CLSID_TestWidget, IID_IClassFactory));
-    orvtest::com::g_hrWidgetFinalConstruct = E_ACCESSDENIED;
-    EXPECT_HR(E_ACCESSDENIED, Create(CLSCTX_LOCAL_SERVER, &p));
-    EXPECT_EQ(lBefore, orvtest::com::g_lWidgetsAlive.load());
-}
-
-TEST_F(ComActivationTest, GetClassObjectHandsOutTheRegisteredObjectUntilRevoked)
+TEST_F(ComClassTableTest, GetClassObjectHandsOutTheRegisteredObjectUntilRevoked)
 {
     IClassFactory* pRegistered = nullptr;
     ASSERT_HR(S_OK, CComClassFactoryT<orvtest::com::CWidget>::Create(&pRegistered));
@@ -158,7 +126,7 @@ TEST_F(ComActivationTest, GetClassObjectHandsOutTheRegisteredObjectUntilRevoked)
     EXPECT_EQ(0u, pRegistered->Release());
 }
 
-TEST_F(ComActivationTest, RegistrationArgumentsAreChecked)
+TEST_F(ComClassTableTest, RegistrationArgumentsAreChecked)
 {
     IClassFactory* pFactory = nullptr;
     ASSERT_HR(S_OK, CComClassFactoryT<orvtest::com::CWidget>::Create(&pFactory));
@@ -174,7 +142,7 @@ TEST_F(ComActivationTest, RegistrationArgumentsAreChecked)
     EXPECT_EQ(0u, pFactory->Release());
 }
 
-TEST_F(ComActivationTest, RegistrationsAreIndependentAndASingleUseOneServesOneRequest)
+TEST_F(ComClassTableTest, RegistrationsAreIndependentAndASingleUseOneServesOneRequest)
 {
     ScopedRegistration first, second;
     ASSERT_HR(S_OK, first.Register(CLSID_TestWidget, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE));
@@ -192,7 +160,7 @@ TEST_F(ComActivationTest, RegistrationsAreIndependentAndASingleUseOneServesOneRe
     EXPECT_HR(S_OK, CoRevokeClassObject(single.Cookie()));
 }
 
-TEST_F(ComActivationTest, SuspendedLocalServerIsStoppingUntilResumed)
+TEST_F(ComSuspensionTest, SuspendedLocalServerIsStoppingUntilResumed)
 {
     ScopedRegistration reg;
     ASSERT_HR(S_OK, reg.Register(CLSID_TestWidget, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE));
@@ -221,7 +189,7 @@ TEST_F(ComActivationTest, SuspendedLocalServerIsStoppingUntilResumed)
     EXPECT_HR(S_OK, CreateAndRelease(CLSCTX_LOCAL_SERVER));
 }
 
-TEST_F(ComActivationTest, InjectedFaultsAreReturnedAndGuidTextIsTheRegistryForm)
+TEST_F(ComSuspensionTest, InjectedFaultsAreReturned)
 {
     ScopedRegistration reg;
     ASSERT_HR(S_OK, reg.Register(CLSID_TestWidget, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE));
@@ -229,11 +197,6 @@ TEST_F(ComActivationTest, InjectedFaultsAreReturnedAndGuidTextIsTheRegistryForm)
     EXPECT_HR(E_ACCESSDENIED, CreateAndRelease(CLSCTX_LOCAL_SERVER));
     EXPECT_HR(S_OK, CreateAndRelease(CLSCTX_LOCAL_SERVER));
     EXPECT_EQ(1u, pal::FaultHits("CoCreateInstance"));
-
-    WCHAR sz[39];
-    EXPECT_EQ(39, StringFromGUID2(CLSID_TestWidget, sz, 39));
-    EXPECT_EQ(std::u16string(orvtest::com::kTestWidgetClsid), std::u16string(sz));
-    EXPECT_EQ(0, StringFromGUID2(CLSID_TestWidget, sz, 38));
 }
 
 } // namespace

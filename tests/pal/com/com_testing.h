@@ -4,7 +4,7 @@
 
 #include "pal/atlcom.h"
 #include "pal/objbase.h"
-#include "tests/support/paltest.h"
+#include "tests/support/conformance.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,7 @@ namespace orvtest::com {
 // {5B1E6C0A-7D3F-4E21-9A4B-0C1D2E3F4A51}
 inline constexpr CLSID CLSID_TestWidget = {
     0x5B1E6C0A, 0x7D3F, 0x4E21, {0x9A, 0x4B, 0x0C, 0x1D, 0x2E, 0x3F, 0x4A, 0x51}};
-inline constexpr const WCHAR* kTestWidgetClsid = u"{5B1E6C0A-7D3F-4E21-9A4B-0C1D2E3F4A51}";
+inline constexpr const WCHAR* kTestWidgetClsid = W("{5B1E6C0A-7D3F-4E21-9A4B-0C1D2E3F4A51}");
 // {5B1E6C0A-7D3F-4E21-9A4B-0C1D2E3F4A52}
 inline constexpr IID IID_IWidget = {
     0x5B1E6C0A, 0x7D3F, 0x4E21, {0x9A, 0x4B, 0x0C, 0x1D, 0x2E, 0x3F, 0x4A, 0x52}};
@@ -69,8 +69,8 @@ public:
         if (FAILED(hrToReturn)) {
             ICreateErrorInfo* pCreate = nullptr;
             if (SUCCEEDED(CreateErrorInfo(&pCreate))) {
-                WCHAR szSource[] = u"Widget";
-                WCHAR szDescription[] = u"widget failed";
+                WCHAR szSource[] = W("Widget");
+                WCHAR szDescription[] = W("widget failed");
                 pCreate->SetSource(szSource);
                 pCreate->SetDescription(szDescription);
                 IErrorInfo* pInfo = nullptr;
@@ -90,13 +90,14 @@ public:
     }
 };
 
-// Joins the multithreaded apartment for the test's thread.
-class ComTest : public orvtest::PalTest
+// Joins the multithreaded apartment for the test's thread; it builds for both platforms, for
+// the conformance cases.
+class ComTest : public orvtest::ConformanceTest
 {
 protected:
     void SetUp() override
     {
-        orvtest::PalTest::SetUp();
+        orvtest::ConformanceTest::SetUp();
         ASSERT_HR(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
         g_hrWidgetFinalConstruct = S_OK;
     }
@@ -105,7 +106,7 @@ protected:
         // Suspension is process-wide; the next test starts with active class objects.
         CoResumeClassObjects();
         CoUninitialize();
-        orvtest::PalTest::TearDown();
+        orvtest::ConformanceTest::TearDown();
     }
 };
 

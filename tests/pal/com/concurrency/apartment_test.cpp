@@ -1,6 +1,7 @@
 // The COM runtime across threads: the implicit multithreaded apartment, per-thread error
 // objects, and activation racing with registration and revocation.
 #include "tests/pal/com/com_testing.h"
+#include "tests/support/paltest.h"
 
 #include <atomic>
 #include <thread>
