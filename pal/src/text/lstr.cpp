@@ -5,24 +5,29 @@
 // multi-level comparison; a level is consulted only when every earlier level found the strings
 // equal:
 //
-//   1. Primary (alphabetic) level. The hyphen '-' and the apostrophe '\'' are ignored here
-//      (word sort). The other characters compare by class, then within the class:
-//        - punctuation and symbols (ASCII non-alphanumerics and control characters, U+0080..
-//          U+00BF, U+00D7, U+00F7, U+2000..U+2BFF, U+3000..U+303F), by code point;
+//   1. Primary (alphabetic) level. The hyphen '-', the apostrophe '\'' and the ASCII control
+//      characters other than the white space '\t'..'\r' are ignored here (word sort). The other
+//      characters compare by class, then within the class:
+//        - punctuation, symbols and white space: first the ASCII ones in the order of the
+//          Windows table (kAsciiSymbols below: white space, then punctuation, then "+<=>"), then
+//          the others (U+0080..U+00BF, U+00D7, U+00F7, U+2000..U+2BFF, U+3000..U+303F) by code
+//          point;
 //        - then digits '0'..'9' - character by character, not numerically, so "10" < "3";
 //        - then the letters a..z, case-insensitively;
 //        - then every other character, by its case-folded code point (Latin-1, Greek and
 //          Cyrillic capitals fold to their small letters). Accented letters therefore sort
-//          after z instead of beside their base letter: the main departure from Windows.
+//          after z instead of beside their base letter, and no character is ignored entirely
+//          (Windows ignores some, e.g. U+FFFD): the main departures from Windows, whose full
+//          tables this does not carry.
 //      The strings compare as sequences of these weights; a proper prefix sorts first.
 //   2. Case level: the first character that differs only in case decides, the lowercase one
 //      first ("a" < "A" < "b").
-//   3. Word-sort level: the ignored hyphens and apostrophes decide, compared as lists of
-//      (position in the string, character) in string order. A string without any sorts
-//      before one with some ("coop" < "co-op"); where the lists agree until one ends, the
-//      shorter list sorts first ("co-op" < "co-op-"); at the first differing entry the
-//      smaller position sorts first ("-coop" < "co-op"), and at the same position the
-//      apostrophe sorts before the hyphen ("co'op" < "co-op").
+//   3. Word-sort level: the ignored characters decide, compared as lists of (position in the
+//      string, character) in string order. A string without any sorts before one with some
+//      ("coop" < "co-op"); where the lists agree until one ends, the shorter list sorts first
+//      ("co-op" < "co-op-"); at the first differing entry the one at the LATER position sorts
+//      first ("coop-" < "co-op" < "-coop"), and at the same position the control characters
+//      sort first by code point, then the apostrophe, then the hyphen ("co'op" < "co-op").
 //   4. Finally the code units themselves, so that 0 means identical strings.
 //
 // The result is -1, 0 or +1 (CompareString's CSTR_* minus 2). As on Windows a NULL string
@@ -40,7 +45,25 @@ namespace {
 
 constexpr bool IsIgnored(char16_t c)
 {
-    return c == u'-' || c == u'\'';
+    return c == u'-' || c == u'\'' || (c < 0x20 && (c < u'\t' || c > u'\r')) || c == 0x7F;
+}
+
+// The order of the ignored characters at the word-sort level.
+constexpr uint32_t WordSortWeight(char16_t c)
+{
+    return c == u'\'' ? 0x80u : (c == u'-' ? 0x81u : c);
+}
+
+// The ASCII characters of the symbol class, in the order of the Windows sort table.
+constexpr char kAsciiSymbols[] = " \t\n\v\f\r!\"#$%&()*,./:;?@[\\]^_`{|}~+<=>";
+static_assert(sizeof(kAsciiSymbols) - 1 == 33 - 2 + 5, "every ASCII symbol but ' and -");
+
+constexpr uint32_t AsciiSymbolRank(char16_t c)
+{
+    uint32_t rank = 0;
+    while (kAsciiSymbols[rank] != c)
+        ++rank;
+    return rank;
 }
 
 // The simple lowercase mapping this sort uses.
@@ -68,6 +91,8 @@ constexpr bool IsSymbol(char16_t c)
 // The primary weight of a folded, non-ignored code unit.
 constexpr uint32_t Primary(char16_t c)
 {
+    if (c < 0x80 && IsSymbol(c))
+        return 0x10000u | AsciiSymbolRank(c);
     if (IsSymbol(c))
         return 0x10000u | c;
     if (c >= u'0' && c <= u'9')
@@ -137,9 +162,9 @@ int CompareWordSort(const Char* a, size_t na, const Char* b, size_t nb, bool fIg
             break;
         }
         if (i != j)
-            return i < j ? -1 : 1;
+            return i < j ? 1 : -1;
         if (a[i] != b[j])
-            return a[i] < b[j] ? -1 : 1;
+            return WordSortWeight(a[i]) < WordSortWeight(b[j]) ? -1 : 1;
         ++i;
         ++j;
     }
