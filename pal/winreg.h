@@ -109,7 +109,7 @@ using PFILETIME = FILETIME*;
 // component with ERROR_BAD_PATHNAME.
 LSTATUS WINAPI RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD ulOptions, REGSAM samDesired,
                              PHKEY phkResult);
-// Creates every missing key of the path (creating needs KEY_CREATE_SUB_KEY on hKey) and
+// Creates every missing key of the path (as on Windows, the rights of hKey are not checked) and
 // reports REG_CREATED_NEW_KEY or REG_OPENED_EXISTING_KEY. A non-volatile key cannot be created
 // under a volatile one (ERROR_CHILD_MUST_BE_VOLATILE). Volatile keys are kept, like the others,
 // until the machine root is deleted. Security attributes are ignored.

@@ -137,9 +137,11 @@ LSTATUS WINAPI RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcchClass, L
             }
         }
         if (lpClass) {
+            // Not ERROR_MORE_DATA as for the names: Windows answers a class that does not fit
+            // with ERROR_INSUFFICIENT_BUFFER.
             if (className.size() + 1 > *lpcchClass) {
                 *lpcchClass = static_cast<DWORD>(className.size());
-                return ERROR_MORE_DATA;
+                return ERROR_INSUFFICIENT_BUFFER;
             }
             CopyName(className, lpClass, lpcchClass);
         } else if (lpcchClass) {

@@ -158,10 +158,6 @@ LSTATUS WINAPI RegCreateKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD Reserved, LPWS
                     row = *existing;
                     continue;
                 }
-                // Opening needs no right on hKey; creating below it does.
-                if (dwDisposition != REG_CREATED_NEW_KEY &&
-                    (pParent->samGranted & KEY_CREATE_SUB_KEY) == 0)
-                    return ERROR_ACCESS_DENIED;
                 if (row.fVolatile && !fVolatile)
                     return ERROR_CHILD_MUST_BE_VOLATILE;
                 bool fLast = i + 1 == parts.size();

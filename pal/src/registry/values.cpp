@@ -23,6 +23,16 @@ LSTATUS WINAPI RegSetValueExW(HKEY hKey, LPCWSTR lpValueName, DWORD Reserved, DW
             return ERROR_INVALID_PARAMETER;
         if (!lpData && cbData != 0)
             return ERROR_NOACCESS;
+        // A string whose count left out the terminator that follows it in memory gets it, as
+        // Windows does. The bytes are read one at a time: a character that already ends
+        // within the count (an odd count) needs no read past it.
+        if ((dwType == REG_SZ || dwType == REG_EXPAND_SZ || dwType == REG_MULTI_SZ) &&
+            cbData >= sizeof(WCHAR)) {
+            size_t last = (cbData / sizeof(WCHAR) - 1) * sizeof(WCHAR);
+            auto nonZero = [lpData](size_t at) { return lpData[at] || lpData[at + 1]; };
+            if (nonZero(last) && !lpData[last + sizeof(WCHAR)] && !lpData[last + sizeof(WCHAR) + 1])
+                cbData += sizeof(WCHAR);
+        }
         {
             // An existing value keeps its name's spelling and its place in the enumeration.
             Statement s = conn.Prepare(

@@ -1,8 +1,10 @@
-// Shared pieces of the registry tests: the fixture, byte helpers, a scoped key and a way to
-// run another process (the orvsim tool, or this test program again) and collect its output.
+// Shared pieces of the Linux-only registry tests: the fixture on the machine root of PalTest
+// and a way to run another process (the orvsim tool, or this test program again) and collect
+// its output. The portable fixture and helpers are in registry_fixture.h.
 #pragma once
 
 #include "pal/windows.h"
+#include "tests/pal/registry/registry_fixture.h"
 #include "tests/support/paltest.h"
 
 #include <gtest/gtest.h>
@@ -27,149 +29,8 @@ extern char** environ;
 
 namespace orvtest::registry {
 
-// The base key every registry test works under, and its canonical full path.
-inline constexpr const WCHAR* kTestKey = u"Software\\OrvTest";
-inline constexpr const WCHAR* kTestKeyPath = u"HKLM\\Software\\OrvTest";
-
-// The bytes of a UTF-16 string, with or without its terminator.
-inline std::vector<BYTE> StringBytes(std::u16string_view text, bool fTerminator = true)
-{
-    std::vector<BYTE> bytes(reinterpret_cast<const BYTE*>(text.data()),
-                            reinterpret_cast<const BYTE*>(text.data() + text.size()));
-    if (fTerminator)
-        bytes.insert(bytes.end(), {0, 0});
-    return bytes;
-}
-
-inline std::vector<BYTE> DwordBytes(DWORD value)
-{
-    return std::vector<BYTE>(reinterpret_cast<const BYTE*>(&value),
-                             reinterpret_cast<const BYTE*>(&value) + sizeof(value));
-}
-
-// An HKEY closed at scope exit; the test's own, so that the code under test stays raw.
-class ScopedKey
-{
-public:
-    ScopedKey() = default;
-    explicit ScopedKey(HKEY hKey) : m_hKey(hKey) {}
-    ScopedKey(const ScopedKey&) = delete;
-    ScopedKey& operator=(const ScopedKey&) = delete;
-    ~ScopedKey() { Reset(); }
-    void Reset()
-    {
-        if (m_hKey)
-            RegCloseKey(m_hKey);
-        m_hKey = nullptr;
-    }
-    HKEY* Out()
-    {
-        Reset();
-        return &m_hKey;
-    }
-    HKEY Get() const { return m_hKey; }
-    operator HKEY() const { return m_hKey; }
-    HKEY Release() { return std::exchange(m_hKey, nullptr); }
-
-private:
-    HKEY m_hKey = nullptr;
-};
-
-// What RegQueryInfoKeyW reports of a key (all but the class).
-struct KeyInfo
-{
-    LONG status = -1;
-    DWORD cSubKeys = 0, cchMaxSubKey = 0, cValues = 0, cchMaxValueName = 0, cbMaxValue = 0;
-    DWORD cbSecurity = 99;
-    FILETIME ftLastWrite{};
-    ULONGLONG LastWrite() const
-    {
-        return (ULONGLONG(ftLastWrite.dwHighDateTime) << 32) | ftLastWrite.dwLowDateTime;
-    }
-};
-
-inline KeyInfo QueryInfo(HKEY hKey)
-{
-    KeyInfo i;
-    i.status = RegQueryInfoKeyW(hKey, nullptr, nullptr, nullptr, &i.cSubKeys, &i.cchMaxSubKey,
-                                nullptr, &i.cValues, &i.cchMaxValueName, &i.cbMaxValue,
-                                &i.cbSecurity, &i.ftLastWrite);
-    return i;
-}
-
-// Every test starts with HKLM\Software\OrvTest created, writable and notifiable.
-class RegistryTest : public orvtest::PalTest
-{
-protected:
-    void SetUp() override
-    {
-        orvtest::PalTest::SetUp();
-        ASSERT_EQ(ERROR_SUCCESS, CreateKey(HKEY_LOCAL_MACHINE, kTestKey, m_base.Out()));
-    }
-    void TearDown() override
-    {
-        m_base.Reset();
-        orvtest::PalTest::TearDown();
-    }
-
-    HKEY Base() const { return m_base; }
-
-    static LONG CreateKey(HKEY hParent, const WCHAR* path, HKEY* phKey,
-                          DWORD* pdwDisposition = nullptr, DWORD dwOptions = 0,
-                          REGSAM sam = KEY_ALL_ACCESS, WCHAR* pszClass = nullptr)
-    {
-        return RegCreateKeyExW(hParent, path, 0, pszClass, dwOptions, sam, nullptr, phKey,
-                               pdwDisposition);
-    }
-    static LONG OpenKey(HKEY hParent, const WCHAR* path, HKEY* phKey, REGSAM sam = KEY_READ)
-    {
-        return RegOpenKeyExW(hParent, path, 0, sam, phKey);
-    }
-    // Creates (or opens) `path` under the base key with every right.
-    HKEY Create(const WCHAR* path, HKEY hParent = nullptr)
-    {
-        HKEY hKey = nullptr;
-        EXPECT_EQ(ERROR_SUCCESS, CreateKey(hParent ? hParent : Base(), path, &hKey));
-        return hKey;
-    }
-
-    static LONG SetBytes(HKEY hKey, const WCHAR* name, DWORD dwType, const std::vector<BYTE>& data)
-    {
-        return RegSetValueExW(hKey, name, 0, dwType, data.data(), static_cast<DWORD>(data.size()));
-    }
-    static LONG SetString(HKEY hKey, const WCHAR* name, std::u16string_view text)
-    {
-        return SetBytes(hKey, name, REG_SZ, StringBytes(text));
-    }
-    static LONG SetDword(HKEY hKey, const WCHAR* name, DWORD value)
-    {
-        return SetBytes(hKey, name, REG_DWORD, DwordBytes(value));
-    }
-    static LONG Query(HKEY hKey, const WCHAR* name, DWORD* pcb = nullptr)
-    {
-        return RegQueryValueExW(hKey, name, nullptr, nullptr, nullptr, pcb);
-    }
-    // The value's bytes; empty when it cannot be read.
-    static std::vector<BYTE> GetBytes(HKEY hKey, const WCHAR* name, DWORD* pdwType = nullptr)
-    {
-        DWORD cb = 0;
-        if (RegQueryValueExW(hKey, name, nullptr, pdwType, nullptr, &cb) != ERROR_SUCCESS)
-            return {};
-        std::vector<BYTE> data(cb);
-        if (RegQueryValueExW(hKey, name, nullptr, pdwType, data.data(), &cb) != ERROR_SUCCESS)
-            return {};
-        data.resize(cb);
-        return data;
-    }
-    static bool KeyExists(HKEY hParent, const WCHAR* path)
-    {
-        ScopedKey key;
-        return OpenKey(hParent, path, key.Out()) == ERROR_SUCCESS;
-    }
-
-private:
-    ScopedKey m_base;
-};
+// The fixture of the registry tests that need the test controls or the machine root.
+using RegistryTest = RegistryFixture<orvtest::PalTest>;
 
 // ---- Other processes ----
 

@@ -1,15 +1,43 @@
 // Connection points: advising, unadvising, enumerating and calling sinks.
-#include "tests/pal/com/com_testing.h"
-
 #include "pal/atlconnpt.h"
+#include "pal/objbase.h"
+#include "tests/support/conformance.h"
 
 #include <vector>
 
+// {5B1E6C0A-7D3F-4E21-9A4B-0C1D2E3F4A54}
+inline constexpr IID IID_ISourceEvents = {
+    0x5B1E6C0A, 0x7D3F, 0x4E21, {0x9A, 0x4B, 0x0C, 0x1D, 0x2E, 0x3F, 0x4A, 0x54}};
+
+// The events of CSource.
+interface ISourceEvents : public IUnknown
+{
+    STDMETHOD(OnPing)(LONG lValue) PURE;
+
+protected:
+    ~ISourceEvents() = default;
+};
+PAL_DEFINE_UUIDOF(ISourceEvents, IID_ISourceEvents);
+
 namespace {
 
-using orvtest::com::ComTest;
+// Joins the multithreaded apartment for the test's thread.
+class ComTest : public orvtest::ConformanceTest
+{
+protected:
+    void SetUp() override
+    {
+        orvtest::ConformanceTest::SetUp();
+        ASSERT_HR(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+    }
+    void TearDown() override
+    {
+        CoUninitialize();
+        orvtest::ConformanceTest::TearDown();
+    }
+};
 
-// A connectable object with one connection point for IWidgetEvents.
+// A connectable object with one connection point for ISourceEvents.
 class CSource : public CComObjectRootEx<CComMultiThreadModel>, public IConnectionPointContainer
 {
 public:
@@ -17,7 +45,7 @@ public:
     COM_INTERFACE_ENTRY(IConnectionPointContainer)
     END_COM_MAP()
 
-    CSource() : m_point(this, orvtest::com::IID_IWidgetEvents) {}
+    CSource() : m_point(this, IID_ISourceEvents) {}
 
     STDMETHODIMP EnumConnectionPoints(IEnumConnectionPoints** ppEnum) override
     {
@@ -29,7 +57,7 @@ public:
         if (!ppCP)
             return E_POINTER;
         *ppCP = nullptr;
-        if (!IsEqualIID(riid, orvtest::com::IID_IWidgetEvents))
+        if (!IsEqualIID(riid, IID_ISourceEvents))
             return CONNECT_E_NOCONNECTION;
         m_point.AddRef();
         *ppCP = &m_point;
@@ -43,7 +71,7 @@ public:
         ULONG c = m_point.CopySinks(rgSinks);
         std::vector<HRESULT> results;
         for (ULONG i = 0; i < c; ++i) {
-            results.push_back(static_cast<IWidgetEvents*>(rgSinks[i])->OnPing(lValue));
+            results.push_back(static_cast<ISourceEvents*>(rgSinks[i])->OnPing(lValue));
             rgSinks[i]->Release();
         }
         return results;
@@ -52,11 +80,11 @@ public:
     CComConnectionPoint m_point;
 };
 
-class CSink : public CComObjectRootEx<CComMultiThreadModel>, public IWidgetEvents
+class CSink : public CComObjectRootEx<CComMultiThreadModel>, public ISourceEvents
 {
 public:
     BEGIN_COM_MAP(CSink)
-    COM_INTERFACE_ENTRY(IWidgetEvents)
+    COM_INTERFACE_ENTRY(ISourceEvents)
     END_COM_MAP()
 
     STDMETHODIMP OnPing(LONG lValue) override
@@ -100,7 +128,7 @@ protected:
     {
         ComTest::SetUp();
         m_pSource = Make<CSource>();
-        ASSERT_HR(S_OK, m_pSource->FindConnectionPoint(orvtest::com::IID_IWidgetEvents, &m_pPoint));
+        ASSERT_HR(S_OK, m_pSource->FindConnectionPoint(IID_ISourceEvents, &m_pPoint));
     }
     void TearDown() override
     {
@@ -126,10 +154,10 @@ TEST_F(ComConnectionTest, FindConnectionPointKnowsOnlyItsInterfaceAndThePointIts
     IConnectionPoint* pPoint = reinterpret_cast<IConnectionPoint*>(0x1);
     EXPECT_HR(CONNECT_E_NOCONNECTION, m_pSource->FindConnectionPoint(IID_IUnknown, &pPoint));
     EXPECT_EQ(nullptr, pPoint);
-    EXPECT_HR(E_POINTER, m_pSource->FindConnectionPoint(orvtest::com::IID_IWidgetEvents, nullptr));
+    EXPECT_HR(E_POINTER, m_pSource->FindConnectionPoint(IID_ISourceEvents, nullptr));
     IID iid = GUID_NULL;
     EXPECT_HR(S_OK, m_pPoint->GetConnectionInterface(&iid));
-    EXPECT_TRUE(IsEqualIID(orvtest::com::IID_IWidgetEvents, iid));
+    EXPECT_TRUE(IsEqualIID(IID_ISourceEvents, iid));
     CComPtr<IConnectionPointContainer> pContainer;
     EXPECT_HR(S_OK, m_pPoint->GetConnectionPointContainer(&pContainer));
     EXPECT_EQ(static_cast<IConnectionPointContainer*>(m_pSource), pContainer);
