@@ -1,5 +1,6 @@
 #include "store/tesserahelper.h"
 
+#include "core/setname.h"
 #include "diag/config.h"
 #include "diag/trace.h"
 #include "provider/strings.h"
@@ -36,9 +37,7 @@ HRESULT CreateNamedEvent(LPWSTR pszName, HANDLE* phEvent)
     HRESULT hr = CoCreateGuid(&guid);
     if (FAILED(hr))
         return hr;
-    wsprintfW(pszName, W("{%.8x-%.4x-%.4x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x}"), guid.Data1,
-              guid.Data2, guid.Data3, guid.Data4[0], guid.Data4[1], guid.Data4[2], guid.Data4[3],
-              guid.Data4[4], guid.Data4[5], guid.Data4[6], guid.Data4[7]);
+    FormatGuidName(guid, pszName);
     *phEvent = CreateEventW(nullptr, FALSE, FALSE, pszName);
     if (*phEvent == nullptr) {
         DWORD dwError = GetLastError();

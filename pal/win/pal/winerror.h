@@ -6,3 +6,5 @@
 
 #include <olectl.h>
 #include <winerror.h>
+// The VSS codes that this layer's winerror.h also declares.
+#include <vsserror.h>
