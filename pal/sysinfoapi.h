@@ -55,16 +55,18 @@ BOOL WINAPI GetVersionExW(LPOSVERSIONINFOW lpVersionInformation);
 #define PROCESSOR_ARCHITECTURE_ARM64 12
 #define PROCESSOR_ARCHITECTURE_UNKNOWN 0xffff
 
+// The union and the structure in it are nameless, as the SDK declares them, so that code reads
+// info.wProcessorArchitecture on both platforms (ISO C++ has no nameless structures).
 struct SYSTEM_INFO
 {
     union {
         DWORD dwOemId;
-        struct
+        __extension__ struct
         {
             WORD wProcessorArchitecture;
             WORD wReserved;
-        } s;
-    } u;
+        };
+    };
     DWORD dwPageSize;
     LPVOID lpMinimumApplicationAddress;
     LPVOID lpMaximumApplicationAddress;

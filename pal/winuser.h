@@ -29,6 +29,8 @@ int WINAPI wvsprintfA(LPSTR lpOut, LPCSTR lpFmt, va_list arglist);
 // No desktop here: the box is written to standard error and answered with IDOK.
 int WINAPI MessageBoxW(HWND hWnd, LPCWSTR lpText, LPCWSTR lpCaption, UINT uType);
 
-// Reads the string table the program registered (see pal/palresource.h). With cchBufferMax 0,
-// stores a read-only pointer to the resource in *(LPWSTR*)lpBuffer and returns its length.
+// Reads the string table the program registered (see pal/palresource.h), as Windows reads an
+// image's: only the low word of uID counts, and an id left out of a block of 16 that holds
+// another string is an empty string. With cchBufferMax 0, stores a read-only pointer to the
+// resource in *(LPWSTR*)lpBuffer and returns its length.
 int WINAPI LoadStringW(HINSTANCE hInstance, UINT uID, LPWSTR lpBuffer, int cchBufferMax);

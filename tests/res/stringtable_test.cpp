@@ -1,9 +1,7 @@
-// The compiled string table: the eight strings with their exact texts, agreement with the .rc
-// source, and LoadStringW reading them once the program has registered its table.
-#include "pal/errhandlingapi.h"
-#include "pal/winuser.h"
+// The compiled string table: the eight strings with their exact texts and agreement with the .rc
+// source. LoadStringW reads it in the platform conformance cases.
 #include "res/strings.h"
-#include "tests/support/paltest.h"
+#include "tests/support/checks.h"
 
 #include <fstream>
 #include <map>
@@ -73,32 +71,6 @@ TEST(StringTableTest, CompiledTableIsTheRcSource)
         EXPECT_EQ(text, Narrow(pTable[i].pszText)) << uID;
         ++i;
     }
-}
-
-class StringTableLoadTest : public orvtest::PalTest
-{
-protected:
-    void TearDown() override
-    {
-        PalRegisterStringTable(nullptr, 0);
-        orvtest::PalTest::TearDown();
-    }
-};
-
-TEST_F(StringTableLoadTest, LoadStringReadsTheRegisteredTable)
-{
-    WCHAR szBuffer[256];
-    SetLastError(0);
-    EXPECT_EQ(0, LoadStringW(nullptr, IDS_PROVIDER_NAME, szBuffer, ARRAYSIZE(szBuffer)));
-    EXPECT_WIN32(ERROR_RESOURCE_NAME_NOT_FOUND, GetLastError()) << "nothing registered yet";
-
-    OrvRegisterStringTable();
-    for (const auto& [uID, text] : kStrings) {
-        EXPECT_EQ(static_cast<int>(text.size()),
-                  LoadStringW(nullptr, uID, szBuffer, ARRAYSIZE(szBuffer)));
-        EXPECT_EQ(text, szBuffer) << uID;
-    }
-    EXPECT_EQ(0, LoadStringW(nullptr, 5000, szBuffer, ARRAYSIZE(szBuffer)));
 }
 
 } // namespace

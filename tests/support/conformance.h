@@ -3,7 +3,8 @@
 // own conformance tests. They call only Win32 functions, never the test controls of
 // pal/palcontrol.h.
 //
-// On Linux every case gets a fresh machine root and a reset platform layer, as PalTest gives.
+// On Linux every case gets a fresh machine root and a reset platform layer, as PalTest gives,
+// and LoadStringW reads the program's string table (res/orvprov.rc), as from Windows' image.
 // On Windows the state is the machine's, so a case removes what it creates.
 #pragma once
 

@@ -37,8 +37,8 @@ void FillSystemInfo(LPSYSTEM_INFO info)
         return;
     pal::HostProfile profile = pal::GetHostProfile();
     std::memset(info, 0, sizeof(*info));
-    info->u.s.wProcessorArchitecture = profile.wProcessorArchitecture;
-    info->u.s.wReserved = 0;
+    info->wProcessorArchitecture = profile.wProcessorArchitecture;
+    info->wReserved = 0;
     info->dwPageSize = kPageSize;
     info->lpMinimumApplicationAddress = reinterpret_cast<LPVOID>(kMinimumApplicationAddress);
     info->lpMaximumApplicationAddress = reinterpret_cast<LPVOID>(kMaximumApplicationAddress);

@@ -15,14 +15,22 @@ std::mutex g_tableLock;
 const PAL_STRING_RESOURCE* g_pEntries = nullptr;
 size_t g_cEntries = 0;
 
-// The text of string `uID`, or nullptr when the table has no such entry.
+// The text of string `uID`, or nullptr when the table has no such entry. A string resource's
+// id is a WORD, so the high word of `uID` is not looked at. An image keeps its strings in
+// blocks of 16 consecutive ids, where every id of a block that the script left out is an empty
+// string: such an id is found, and empty.
 LPCWSTR FindString(UINT uID)
 {
+    WORD wID = LOWORD(uID);
+    LPCWSTR text = nullptr;
     std::lock_guard lock(g_tableLock);
-    for (size_t i = 0; i < g_cEntries; ++i)
-        if (g_pEntries[i].uID == uID)
+    for (size_t i = 0; i < g_cEntries; ++i) {
+        if (g_pEntries[i].uID == wID)
             return g_pEntries[i].pszText ? g_pEntries[i].pszText : u"";
-    return nullptr;
+        if (g_pEntries[i].uID >> 4 == UINT(wID >> 4))
+            text = u"";
+    }
+    return text;
 }
 
 } // namespace

@@ -7,30 +7,18 @@ namespace {
 
 using orvtest::com::CLSID_TestWidget;
 using orvtest::com::ComTest;
+using orvtest::com::CreateWidget;
 using orvtest::com::ScopedRegistration;
 
 // {0D8B3A55-1111-4A5A-8C8C-000000000001}: registered by nobody.
 constexpr CLSID CLSID_Nobody = {
     0x0D8B3A55, 0x1111, 0x4A5A, {0x8C, 0x8C, 0x00, 0x00, 0x00, 0x00, 0x00, 0x01}};
 
-// Creates a widget with `pOuter` and `riid`; checks that a failure leaves a null out pointer.
-HRESULT Create(DWORD dwContext, IWidget** ppWidget, REFCLSID rclsid = CLSID_TestWidget,
-               REFIID riid = __uuidof(IWidget), IUnknown* pOuter = nullptr)
-{
-    *ppWidget = reinterpret_cast<IWidget*>(0x1); // must be overwritten on every path
-    HRESULT hr =
-        CoCreateInstance(rclsid, pOuter, dwContext, riid, reinterpret_cast<void**>(ppWidget));
-    if (FAILED(hr)) {
-        EXPECT_EQ(nullptr, *ppWidget);
-    }
-    return hr;
-}
-
 // Creates through the registration and releases what it got.
 HRESULT CreateAndRelease(DWORD dwContext)
 {
     IWidget* pWidget = nullptr;
-    HRESULT hr = Create(dwContext, &pWidget);
+    HRESULT hr = CreateWidget(dwContext, &pWidget);
     if (SUCCEEDED(hr))
         pWidget->Release();
     return hr;
@@ -64,13 +52,13 @@ TEST_F(ComClassTableTest, ArgumentsAndUnknownClassesAreRefused)
     IWidget* pWidget = nullptr;
     for (DWORD dwContext :
          {DWORD(CLSCTX_INPROC_SERVER), DWORD(CLSCTX_LOCAL_SERVER), DWORD(CLSCTX_ALL)})
-        EXPECT_HR(REGDB_E_CLASSNOTREG, Create(dwContext, &pWidget, CLSID_Nobody));
+        EXPECT_HR(REGDB_E_CLASSNOTREG, CreateWidget(dwContext, &pWidget, CLSID_Nobody));
     ScopedRegistration reg;
     ASSERT_HR(S_OK, reg.Register(CLSID_TestWidget, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE));
     EXPECT_HR(E_POINTER,
               CoCreateInstance(CLSID_TestWidget, nullptr, CLSCTX_ALL, IID_IUnknown, nullptr));
-    EXPECT_HR(E_INVALIDARG, Create(0, &pWidget));
-    EXPECT_HR(E_INVALIDARG, Create(0x1000, &pWidget));
+    EXPECT_HR(E_INVALIDARG, CreateWidget(0, &pWidget));
+    EXPECT_HR(E_INVALIDARG, CreateWidget(0x1000, &pWidget));
 }
 
 TEST_F(ComClassTableTest, RequestIsServedOnlyByAMatchingRegistration)

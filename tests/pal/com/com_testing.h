@@ -110,6 +110,19 @@ protected:
     }
 };
 
+// Creates a widget with `pOuter` and `riid`; checks that a failure leaves a null out pointer.
+inline HRESULT CreateWidget(DWORD dwContext, IWidget** ppWidget, REFCLSID rclsid = CLSID_TestWidget,
+                            REFIID riid = __uuidof(IWidget), IUnknown* pOuter = nullptr)
+{
+    *ppWidget = reinterpret_cast<IWidget*>(0x1); // must be overwritten on every path
+    HRESULT hr =
+        CoCreateInstance(rclsid, pOuter, dwContext, riid, reinterpret_cast<void**>(ppWidget));
+    if (FAILED(hr)) {
+        EXPECT_EQ(nullptr, *ppWidget);
+    }
+    return hr;
+}
+
 // A class object registration revoked at scope exit.
 class ScopedRegistration
 {

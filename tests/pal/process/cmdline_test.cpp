@@ -2,32 +2,16 @@
 // in conformance/cmdline_test.cpp.
 #include "pal/errhandlingapi.h"
 #include "pal/processthreadsapi.h"
-#include "pal/shellapi.h"
-#include "pal/winbase.h"
+#include "tests/pal/process/cmdline_testing.h"
 #include "tests/pal/registry/registry_testing.h"
 
 #include <fstream>
-#include <vector>
 
 namespace {
 
 using ProcessCmdLineTest = orvtest::PalTest;
-using Args = std::vector<std::u16string>;
-
-// Splits `line` and frees the block, checking that it is one LocalAlloc block whose pointer
-// array ends with a null.
-Args Split(LPCWSTR line)
-{
-    int argc = -1;
-    LPWSTR* argv = CommandLineToArgvW(line, &argc);
-    EXPECT_NE(nullptr, argv);
-    if (argv == nullptr)
-        return {};
-    Args args(argv, argv + argc);
-    EXPECT_EQ(nullptr, argv[argc]);
-    EXPECT_EQ(nullptr, LocalFree(argv));
-    return args;
-}
+using orvtest::process::Args;
+using orvtest::process::Split;
 
 TEST_F(ProcessCmdLineTest, EmptyLineAndAllocationFailure)
 {

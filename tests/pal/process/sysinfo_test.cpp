@@ -1,4 +1,5 @@
-// Operating system version and processor information from the host profile.
+// Operating system version and processor information from the host profile; what holds on
+// Windows too is in conformance/sysinfo_test.cpp.
 #include "pal/errhandlingapi.h"
 #include "pal/sysinfoapi.h"
 #include "tests/support/paltest.h"
@@ -7,7 +8,7 @@
 
 namespace {
 
-using SysInfoTest = orvtest::PalTest;
+using HostProfileTest = orvtest::PalTest;
 
 constexpr DWORD kUntouched = orvtest::LAST_ERROR_UNTOUCHED;
 
@@ -23,7 +24,7 @@ OSVERSIONINFOEXW GetVersionRecord(DWORD dwSize)
     return info;
 }
 
-TEST_F(SysInfoTest, PlainRecordGetsTheDefaultVersionAndNoExtendedFields)
+TEST_F(HostProfileTest, PlainRecordGetsTheDefaultVersionAndNoExtendedFields)
 {
     OSVERSIONINFOEXW info = GetVersionRecord(sizeof(OSVERSIONINFOW));
     EXPECT_EQ(276u, info.dwOSVersionInfoSize);
@@ -38,7 +39,7 @@ TEST_F(SysInfoTest, PlainRecordGetsTheDefaultVersionAndNoExtendedFields)
     EXPECT_EQ(0xAB, info.wReserved);
 }
 
-TEST_F(SysInfoTest, ExtendedRecordGetsTheExtendedFieldsOfTheProfile)
+TEST_F(HostProfileTest, ExtendedRecordGetsTheExtendedFieldsOfTheProfile)
 {
     pal::HostProfile profile;
     profile.dwMajorVersion = 6;
@@ -61,21 +62,16 @@ TEST_F(SysInfoTest, ExtendedRecordGetsTheExtendedFieldsOfTheProfile)
     EXPECT_EQ(0, info.wReserved);
 }
 
-TEST_F(SysInfoTest, OtherSizesTheProfileErrorAndFaultsMakeItFail)
+TEST_F(HostProfileTest, FailuresSetTheLastError)
 {
-    for (DWORD size : {0u, 1u, 148u, 275u, 277u, 283u, 285u, 552u}) {
-        OSVERSIONINFOEXW info{};
-        info.dwOSVersionInfoSize = size;
-        SCOPED_TRACE(size);
-        EXPECT_CALL_ERROR(FALSE, ERROR_INSUFFICIENT_BUFFER,
-                          GetVersionExW(reinterpret_cast<LPOSVERSIONINFOW>(&info)));
-        EXPECT_EQ(0u, info.dwMajorVersion);
-    }
+    // Linux only: Wine leaves the last error of a wrong size as it was; Windows sets it, as
+    // Wine's own tests of GetVersionExA show.
+    OSVERSIONINFOW info{};
+    EXPECT_CALL_ERROR(FALSE, ERROR_INSUFFICIENT_BUFFER, GetVersionExW(&info));
 
     pal::HostProfile profile;
     profile.dwGetVersionExError = ERROR_ACCESS_DENIED;
     pal::SetHostProfile(profile);
-    OSVERSIONINFOW info{};
     info.dwOSVersionInfoSize = sizeof(info);
     EXPECT_CALL_ERROR(FALSE, ERROR_ACCESS_DENIED, GetVersionExW(&info));
 
@@ -85,23 +81,9 @@ TEST_F(SysInfoTest, OtherSizesTheProfileErrorAndFaultsMakeItFail)
     EXPECT_TRUE(GetVersionExW(&info));
 }
 
-TEST_F(SysInfoTest, SystemInfoFromTheProfileWithOneMaskBitPerProcessor)
+// The default profile's system information is checked on both platforms.
+TEST_F(HostProfileTest, SystemInfoFromTheProfileWithOneMaskBitPerProcessor)
 {
-    for (auto fill : {&GetSystemInfo, &GetNativeSystemInfo}) {
-        SYSTEM_INFO info;
-        std::memset(&info, 0xCD, sizeof(info));
-        fill(&info);
-        EXPECT_EQ(PROCESSOR_ARCHITECTURE_AMD64, info.u.s.wProcessorArchitecture);
-        EXPECT_EQ(0, info.u.s.wReserved);
-        EXPECT_EQ(4096u, info.dwPageSize);
-        EXPECT_EQ(65536u, info.dwAllocationGranularity);
-        EXPECT_EQ(reinterpret_cast<LPVOID>(0x10000), info.lpMinimumApplicationAddress);
-        EXPECT_EQ(reinterpret_cast<LPVOID>(0x7FFFFFFEFFFF), info.lpMaximumApplicationAddress);
-        EXPECT_EQ(2u, info.dwNumberOfProcessors);
-        EXPECT_EQ(DWORD_PTR(0x3), info.dwActiveProcessorMask);
-        EXPECT_EQ(8664u, info.dwProcessorType);
-    }
-
     const std::pair<DWORD, DWORD_PTR> masks[] = {
         {1, 0x1}, {4, 0xF}, {63, 0x7FFFFFFFFFFFFFFF}, {64, ~DWORD_PTR(0)}};
     for (auto [count, mask] : masks) {
@@ -113,7 +95,7 @@ TEST_F(SysInfoTest, SystemInfoFromTheProfileWithOneMaskBitPerProcessor)
         GetNativeSystemInfo(&info);
         EXPECT_EQ(count, info.dwNumberOfProcessors);
         EXPECT_EQ(mask, info.dwActiveProcessorMask) << count;
-        EXPECT_EQ(PROCESSOR_ARCHITECTURE_INTEL, info.u.s.wProcessorArchitecture);
+        EXPECT_EQ(PROCESSOR_ARCHITECTURE_INTEL, info.wProcessorArchitecture);
     }
 }
 

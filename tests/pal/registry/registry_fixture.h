@@ -177,4 +177,41 @@ private:
 
 using RegistryConformanceTest = RegistryFixture<orvtest::ConformanceTest>;
 
+// Long enough for the pal's watcher thread to have read the change log several times: a
+// notification that has not fired by then will not.
+inline constexpr DWORD kNotifySilence = 300;
+inline constexpr DWORD kNotifyBoth = REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_LAST_SET;
+
+// The registry fixture with manual-reset events for RegNotifyChangeKeyValue to signal.
+template <class Fixture>
+class RegistryNotifyFixture : public RegistryFixture<Fixture>
+{
+protected:
+    void SetUp() override
+    {
+        RegistryFixture<Fixture>::SetUp();
+        for (HANDLE& h : m_events)
+            ASSERT_NE(nullptr, h = CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    }
+    void TearDown() override
+    {
+        for (HANDLE h : m_events)
+            CloseHandle(h);
+        RegistryFixture<Fixture>::TearDown();
+    }
+
+    // Watches hKey asynchronously with event number `event`, reset first.
+    LONG Arm(HKEY hKey, BOOL bSubtree, DWORD dwFilter, int event = 0)
+    {
+        ResetEvent(m_events[event]);
+        return RegNotifyChangeKeyValue(hKey, bSubtree, dwFilter, m_events[event], TRUE);
+    }
+    bool Signaled(int event = 0, DWORD ms = 0) const
+    {
+        return WaitForSingleObject(m_events[event], ms) == WAIT_OBJECT_0;
+    }
+
+    HANDLE m_events[7] = {};
+};
+
 } // namespace orvtest::registry

@@ -7,20 +7,8 @@ namespace {
 
 using orvtest::com::CLSID_TestWidget;
 using orvtest::com::ComTest;
+using orvtest::com::CreateWidget;
 using orvtest::com::ScopedRegistration;
-
-// Creates a widget with `pOuter` and `riid`; checks that a failure leaves a null out pointer.
-HRESULT Create(DWORD dwContext, IWidget** ppWidget, REFCLSID rclsid = CLSID_TestWidget,
-               REFIID riid = __uuidof(IWidget), IUnknown* pOuter = nullptr)
-{
-    *ppWidget = reinterpret_cast<IWidget*>(0x1); // must be overwritten on every path
-    HRESULT hr =
-        CoCreateInstance(rclsid, pOuter, dwContext, riid, reinterpret_cast<void**>(ppWidget));
-    if (FAILED(hr)) {
-        EXPECT_EQ(nullptr, *ppWidget);
-    }
-    return hr;
-}
 
 using ComApartmentTest = orvtest::ConformanceTest;
 
@@ -41,7 +29,7 @@ TEST_F(ComApartmentTest, InitializeCountsPerThreadAndRefusesTheOtherModel)
 TEST_F(ComApartmentTest, ActivationNeedsAnApartment)
 {
     IWidget* pWidget = nullptr;
-    EXPECT_HR(CO_E_NOTINITIALIZED, Create(CLSCTX_ALL, &pWidget));
+    EXPECT_HR(CO_E_NOTINITIALIZED, CreateWidget(CLSCTX_ALL, &pWidget));
     DWORD dwCookie = 7;
     EXPECT_HR(CO_E_NOTINITIALIZED,
               CoRegisterClassObject(CLSID_TestWidget, reinterpret_cast<IUnknown*>(&dwCookie),
@@ -64,11 +52,12 @@ TEST_F(ComActivationTest, ObjectIsCreatedThroughTheClassFactoryWhoseFailuresReac
     EXPECT_EQ(lBefore, orvtest::com::g_lWidgetsAlive.load());
 
     IWidget* p = nullptr;
-    EXPECT_HR(CLASS_E_NOAGGREGATION, Create(CLSCTX_LOCAL_SERVER, &p, CLSID_TestWidget, IID_IUnknown,
-                                            reinterpret_cast<IUnknown*>(0x2)));
-    EXPECT_HR(E_NOINTERFACE, Create(CLSCTX_LOCAL_SERVER, &p, CLSID_TestWidget, IID_IClassFactory));
+    EXPECT_HR(CLASS_E_NOAGGREGATION, CreateWidget(CLSCTX_LOCAL_SERVER, &p, CLSID_TestWidget,
+                                                  IID_IUnknown, reinterpret_cast<IUnknown*>(0x2)));
+    EXPECT_HR(E_NOINTERFACE,
+              CreateWidget(CLSCTX_LOCAL_SERVER, &p, CLSID_TestWidget, IID_IClassFactory));
     orvtest::com::g_hrWidgetFinalConstruct = E_ACCESSDENIED;
-    EXPECT_HR(E_ACCESSDENIED, Create(CLSCTX_LOCAL_SERVER, &p));
+    EXPECT_HR(E_ACCESSDENIED, CreateWidget(CLSCTX_LOCAL_SERVER, &p));
     EXPECT_EQ(lBefore, orvtest::com::g_lWidgetsAlive.load());
 }
 

@@ -1,30 +1,13 @@
 // Command line splitting by shell32's rules.
 #include "pal/errhandlingapi.h"
-#include "pal/shellapi.h"
-#include "pal/winbase.h"
+#include "tests/pal/process/cmdline_testing.h"
 #include "tests/support/conformance.h"
-
-#include <vector>
 
 namespace {
 
 using CmdLineTest = orvtest::ConformanceTest;
-using Args = std::vector<orvtest::WString>;
-
-// Splits `line` and frees the block, checking that it is one LocalAlloc block whose pointer
-// array ends with a null.
-Args Split(LPCWSTR line)
-{
-    int argc = -1;
-    LPWSTR* argv = CommandLineToArgvW(line, &argc);
-    EXPECT_NE(nullptr, argv);
-    if (argv == nullptr)
-        return {};
-    Args args(argv, argv + argc);
-    EXPECT_EQ(nullptr, argv[argc]);
-    EXPECT_EQ(nullptr, LocalFree(argv));
-    return args;
-}
+using orvtest::process::Args;
+using orvtest::process::Split;
 
 TEST_F(CmdLineTest, SplitsByShell32Rules)
 {

@@ -5,41 +5,10 @@
 
 namespace {
 
+using orvtest::registry::kNotifyBoth;
+using orvtest::registry::kNotifySilence;
 using orvtest::registry::ScopedKey;
-
-// Long enough for the watcher thread to have read the log several times: a notification that
-// has not fired by then will not.
-constexpr DWORD kSilence = 300;
-constexpr DWORD kBoth = REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_LAST_SET;
-
-class RegistryNotifyTest : public orvtest::registry::RegistryConformanceTest
-{
-protected:
-    void SetUp() override
-    {
-        RegistryFixture::SetUp();
-        for (HANDLE& h : m_events)
-            ASSERT_NE(nullptr, h = CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    }
-    void TearDown() override
-    {
-        for (HANDLE h : m_events)
-            CloseHandle(h);
-        RegistryFixture::TearDown();
-    }
-
-    LONG Arm(HKEY hKey, BOOL bSubtree, DWORD dwFilter, int event = 0)
-    {
-        ResetEvent(m_events[event]);
-        return RegNotifyChangeKeyValue(hKey, bSubtree, dwFilter, m_events[event], TRUE);
-    }
-    bool Signaled(int event = 0, DWORD ms = 0) const
-    {
-        return WaitForSingleObject(m_events[event], ms) == WAIT_OBJECT_0;
-    }
-
-    HANDLE m_events[7] = {};
-};
+using RegistryNotifyTest = orvtest::registry::RegistryNotifyFixture<orvtest::ConformanceTest>;
 
 TEST_F(RegistryNotifyTest, ChangesByThisProcessSignalBeforeTheCallReturns)
 {
@@ -95,12 +64,12 @@ TEST_F(RegistryNotifyTest, UnmatchedUsedOrEndedWatchesStaySilent)
     RegCloseKey(Create(W("Child"), k[1]));
 
     ScopedKey below(Create(W("A"), k[2]));
-    ASSERT_EQ(ERROR_SUCCESS, Arm(k[2], FALSE, kBoth, 2));
+    ASSERT_EQ(ERROR_SUCCESS, Arm(k[2], FALSE, kNotifyBoth, 2));
     ASSERT_EQ(ERROR_SUCCESS, SetDword(below, W("v"), 1));
 
     ScopedKey inside(Create(W("Watched"), k[3]));
     ScopedKey sibling(Create(W("WatchedToo"), k[3])); // shares the name's prefix, not the subtree
-    ASSERT_EQ(ERROR_SUCCESS, Arm(inside, TRUE, kBoth, 3));
+    ASSERT_EQ(ERROR_SUCCESS, Arm(inside, TRUE, kNotifyBoth, 3));
     ASSERT_EQ(ERROR_SUCCESS, SetDword(sibling, W("v"), 1));
     ASSERT_EQ(ERROR_SUCCESS, SetDword(k[3], W("v"), 1));
     RegCloseKey(Create(W("Other\\Deep"), k[3]));
@@ -112,7 +81,7 @@ TEST_F(RegistryNotifyTest, UnmatchedUsedOrEndedWatchesStaySilent)
     ASSERT_EQ(ERROR_SUCCESS, SetDword(k[4], W("v"), 2)) << "the arming was used up";
 
     HKEY hClosed = Create(W("Closed"), k[5]);
-    ASSERT_EQ(ERROR_SUCCESS, Arm(hClosed, TRUE, kBoth, 5));
+    ASSERT_EQ(ERROR_SUCCESS, Arm(hClosed, TRUE, kNotifyBoth, 5));
     ASSERT_EQ(ERROR_SUCCESS, RegCloseKey(hClosed));
     EXPECT_TRUE(Signaled(5)) << "closing the handle signals and ends the watch";
     ResetEvent(m_events[5]);
@@ -126,7 +95,7 @@ TEST_F(RegistryNotifyTest, UnmatchedUsedOrEndedWatchesStaySilent)
         ASSERT_EQ(ERROR_SUCCESS, SetDword(k[6], W("v"), i));
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(hAuto, 0)) << "several changes, one signal";
 
-    EXPECT_EQ(DWORD(WAIT_TIMEOUT), WaitForSingleObject(hAuto, kSilence));
+    EXPECT_EQ(DWORD(WAIT_TIMEOUT), WaitForSingleObject(hAuto, kNotifySilence));
     CloseHandle(hAuto);
     for (int i = 0; i < 7; ++i)
         EXPECT_FALSE(Signaled(i)) << "watch " << i;
