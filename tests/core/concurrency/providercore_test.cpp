@@ -1,313 +1,353 @@
-// The provider core driven through the real store subsystem against the simulated storage
-// service: whole sets on data, every failure and what it leaves, recovery to a backup snapshot,
-// and the mapped LUN records read again by another process.
-#include "core/lookups.h"
+// The provider core driven through the real store against the simulated storage service, each
+// table row on a fresh machine: a set on data, every failure and the state it leaves, recovery
+// to a backup snapshot, an allocation sweep, and the mapped LUNs read by another process.
+#include "core/providercore.h"
 #include "diag/config.h"
 #include "diag/trace.h"
 #include "res/orvmsg.h"
-#include "store/tessera.h"
+#include "sim/storage/storagesim.h"
+#include "store/tesserastore.h"
 #include "store/vdcache.h"
-#include "tests/core/support/corefixture.h"
 #include "tests/core/support/recordtext.h"
 #include "tests/pal/registry/registry_testing.h"
+#include "tests/support/lunbuilder.h"
 #include "tests/support/tracetext.h"
 
 #include "pal/combaseapi.h"
 #include "pal/interlockedapi.h"
+#include "pal/regkey.h"
 #include "pal/vss.h"
+#include "pal/winuser.h"
 
-#include <cstdlib>
-#include <functional>
+#include <memory>
+#include <optional>
 
 namespace {
 
-using orvtest::FieldText;
-using orvtest::kOtherSetId;
-using orvtest::kSetId;
-using orvtest::TakeTraceText;
+using namespace orvtest;
 
-constexpr LPCWSTR kLunE = W("HnLmC0DH4Rdx"); // verdane01:/vol/vol1/lun1, E:
-constexpr LPCWSTR kLunF = W("HnLmC0DH4Rdy"); // verdane01:/vol/vol1/lun2, F:
-constexpr LPCWSTR kLunI = W("Q7vTk2Pw9sLa"); // verdane02 (no backup snapshots), I:
+constexpr GUID kSet = {0x5e7a11d0, 0x1111, 0x4a4a, {1, 2, 3, 4, 5, 6, 7, 8}};
+constexpr GUID kOther = {0x5e7a11d0, 0x2222, 0x4a4a, {1, 2, 3, 4, 5, 6, 7, 8}};
+constexpr LPCWSTR kLunE = W("HnLmC0DH4Rdx"); // verdane01:/vol/vol1/lun1
+constexpr LPCWSTR kLunF = W("HnLmC0DH4Rdy"); // verdane01:/vol/vol1/lun2
+constexpr LPCWSTR kLunI = W("Q7vTk2Pw9sLa"); // verdane02 (no backup snapshots):/vol/vol1/lun1
+#define LUN_IDENTITY W("ORVANE"), W("LUN"), W("9.1")
 
-class ProviderCoreTest : public orvtest::CoreTest
+enum class Op
+{
+    kAdd,
+    kSupported,
+    kUnlocked,
+    kPrepare,
+    kCommit,
+    kFind,
+    kBuild,
+    kMap,
+    kVerify,
+    kDelete,
+    kFlags,
+    kBackup
+};
+// With kAdd, kPrepare and kCommit: the call names the other set.
+constexpr DWORD kOtherSet = 0x80000000;
+
+class ProviderCoreTest : public PalTest
 {
 public:
-    // A new machine and core; phase 0 one LUN added, 1 prepared, 2 committed, 3 its target LUN
-    // known, 4 mapped.
-    void Start(int phase, LONG eSnapshotAttr = 0)
-    {
-        Restart();
-        if (phase >= 4)
-            return MapSet({kLunE}, eSnapshotAttr);
-        ASSERT_HR(S_OK, Add(kLunE, eSnapshotAttr));
-        HRESULT(CProviderCore::*steps[])
-        (const GUID*) = {&CProviderCore::EndPrepareSnapshots, &CProviderCore::CommitSnapshots};
-        for (int i = 0; i < phase && i < 2; ++i) {
-            ASSERT_HR(S_OK, (m_core.get()->*steps[i])(&kSetId));
-        }
-        if (phase >= 3) {
-            ASSERT_HR(S_OK, m_core->BuildTargetLunsInfo());
-        }
-        TakeTraceText();
-    }
-    HRESULT StateChange(DWORD dwFlags, DWORD dwCount = 1)
-    {
-        VDS_LUN_INFORMATION luns[] = {*FirstTargetLun(), *FirstTargetLun()};
-        return m_core->OnLunStateChange(luns, nullptr, dwCount, dwFlags);
-    }
-    // The first entry's target LUN as the host reports it, built once per machine (so that
-    // the records VSS passes cost the operation no allocation).
-    VDS_LUN_INFORMATION* FirstTargetLun()
-    {
-        if (!m_pTargetLun)
-            m_pTargetLun = std::make_unique<orvtest::CLunRecord>(TargetLun(0));
-        return &m_pTargetLun->Get();
-    }
-    std::unique_ptr<orvtest::CLunRecord> m_pTargetLun;
-
     void SetUp() override
     {
-        m_pTargetLun.reset();
-        CoreTest::SetUp();
+        PalTest::SetUp();
+        CConfig::ResetForTest();
+        ASSERT_HR(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+        ASSERT_HR(S_OK, m_service.Start());
+        m_core = std::make_unique<CProviderCore>();
+        ASSERT_HR(S_OK, m_core->Initialize());
+        TraceSetLevel(TRACE_LEVEL_INFO);
+    }
+    void TearDown() override
+    {
+        // As VSS does before it lets a provider go: a set held at its cut holds the service.
+        m_core->AbortSnapshots(&kSet);
+        m_core.reset();
+        m_lun.reset();
+        EXPECT_TRUE(WaitUntil([] { return storagesim::ActiveCreationCount() == 0; }));
+        SetVDCacheFalse(); // kept for the whole process, and the next machine is another
+        m_service.Stop();
+        CoUninitialize();
+        PalTest::TearDown();
+    }
+    // A new machine with a set of one LUN: 0 added, 1 prepared, 2 committed, 3 its target
+    // known, 4 its target mapped.
+    void Start(int phase, LONG eAttr = 0, LPCWSTR pszSerialNo = kLunE)
+    {
+        TearDown();
+        SetUp();
+        HRESULT hr = Act(Op::kAdd, pszSerialNo, eAttr);
+        for (Op op : {Op::kPrepare, Op::kCommit, Op::kBuild, Op::kMap})
+            hr = SUCCEEDED(hr) && phase-- > 0 ? Act(op) : hr;
+        ASSERT_HR(S_OK, hr);
+        TakeTraceText();
+    }
+    // One operation on the first entry or the LUN `arg`; n is the attribute (kAdd) and
+    // kOtherSet, or the flags (kFlags, whose arg "2" passes the LUN twice and "bad" a LUN with
+    // a malformed Path2).
+    HRESULT Act(Op op, LPCWSTR arg = nullptr, DWORD n = 0)
+    {
+        const GUID* pSet = n & kOtherSet ? &kOther : &kSet;
+        const CSnapshotEntry* e = Entry(0);
+        LONG fSupported = 0;
+        BOOLEAN fUnlocked = FALSE;
+        CSnapshotEntry entry;
+        CTargetLunInfo info;
+        switch (op) {
+        case Op::kAdd: {
+            if (!(n & kOtherSet))
+                m_core->SetSnapshotSetId(pSet);
+            WCHAR szDevice[32];
+            wsprintfW(szDevice, W("\\\\.\\PhysicalDrive%d"), m_core->Snapshots().GetCount());
+            return m_core->AddSnapshot(pSet, pSet, LUN_IDENTITY, arg, szDevice, n & ~kOtherSet);
+        }
+        case Op::kSupported:
+            return m_core->IsSourceLunSupported(LUN_IDENTITY, arg, &fSupported, &fUnlocked);
+        case Op::kUnlocked:
+            return m_core->IsUnlockedCloneSupported(arg, &fUnlocked);
+        case Op::kPrepare:
+            return m_core->EndPrepareSnapshots(pSet);
+        case Op::kCommit:
+            return m_core->CommitSnapshots(pSet);
+        case Op::kFind:
+            return m_core->FindSnapshotBySourceLun(LUN_IDENTITY, arg, &entry);
+        case Op::kBuild:
+            return m_core->BuildTargetLunsInfo();
+        case Op::kMap:
+            for (DWORD i = 0; i < m_core->Snapshots().GetCount(); ++i, e = Entry(i)) {
+                HRESULT hr =
+                    m_core->MapTargetLun(LUN_IDENTITY, e->TargetLunSerialNo(), e->TargetLunPath(),
+                                         arg ? arg : e->TargetLunPath2(), W("UNKNOWN"));
+                if (FAILED(hr))
+                    return hr;
+            }
+            return S_OK;
+        case Op::kVerify:
+            return m_core->VerifyMappedTargetLun(LUN_IDENTITY, arg ? arg : e->TargetLunSerialNo(),
+                                                 &info);
+        case Op::kDelete:
+            return m_core->DeleteTargetLun(e->TargetLunPath(), arg ? arg : e->TargetLunPath2(),
+                                           e->TargetLunSerialNo());
+        case Op::kFlags: {
+            std::optional<CLunRecord> bad;
+            if (arg && *arg == W('b'))
+                bad.emplace(CLunBuilder()
+                                .VendorId("ORVANE")
+                                .ProductId("LUN")
+                                .ProductRevision("9.1")
+                                .SerialNumber("x")
+                                .AddScsiInterconnect("/t", "no-colons"));
+            VDS_LUN_INFORMATION luns[] = {bad ? bad->Get() : *FirstTargetLun(), *FirstTargetLun()};
+            return m_core->OnLunStateChange(luns, nullptr, arg && *arg == W('2') ? 2 : 1, n);
+        }
+        case Op::kBackup:
+            return m_core->PrepareBackupSnapshot(pSet);
+        }
+        return E_UNEXPECTED;
+    }
+    const CSnapshotEntry* Entry(DWORD n)
+    {
+        auto& list = m_core->Snapshots();
+        for (list.MoveFirst(); n-- > 0 && list.HasCurrent();)
+            list.MoveNext();
+        return list.Current();
+    }
+    // The n-th entry's target LUN as the host reports it once mapped.
+    CLunBuilder TargetLun(DWORD n, const char* pszVendorId = "ORVANE")
+    {
+        const CSnapshotEntry* e = Entry(n);
+        return CLunBuilder()
+            .VendorId(pszVendorId)
+            .ProductId("LUN")
+            .ProductRevision("9.1")
+            .SerialNumber(FieldText(e->TargetLunSerialNo()).c_str())
+            .AddScsiInterconnect(FieldText(e->TargetLunPath()), FieldText(e->TargetLunPath2()));
+    }
+    // Built once a machine, so that what VSS passes costs the operations no allocation.
+    VDS_LUN_INFORMATION* FirstTargetLun()
+    {
+        if (!m_lun)
+            m_lun = std::make_unique<CLunRecord>(TargetLun(0));
+        return &m_lun->Get();
+    }
+    // The set, its lists and map, and the registry's records of mapped LUNs, a line each.
+    std::string StateText()
+    {
+        const GUID& id = m_core->SnapshotSetId();
+        std::string text = "set " + std::to_string(id.Data2) + " recovery " +
+                           std::to_string(m_core->IsRecoveryEnabled()) + "\n";
+        auto join = [](const std::vector<LPCWSTR>& fields) {
+            std::string line;
+            for (const std::string& field : FieldTexts(fields))
+                line += " " + field;
+            return line + "\n";
+        };
+        for (auto* list : {&m_core->Snapshots(), &m_core->BackupSnapshots()})
+            for (list->MoveFirst(); list->HasCurrent(); list->MoveNext())
+                text += std::to_string(list->Current()->SnapshotAttr()) +
+                        join(StringFields(*list->Current()));
+        auto& pairs = m_core->LCPairs();
+        for (pairs.MoveFirst(); pairs.HasCurrent(); pairs.MoveNext())
+            text += "pair" + join({pairs.Current()->Filer(), pairs.Current()->LunPath(),
+                                   pairs.Current()->Clone(), pairs.Current()->Device()});
+        auto& map = m_core->TargetLunMap();
+        for (map.MoveFirst(); map.HasCurrent(); map.MoveNext())
+            text += "map" + join(StringFields(*map.Current()));
+        CRegKey key;
+        WCHAR szName[256];
+        DWORD cch = 256;
+        for (DWORD i = 0;
+             key.Open(HKEY_LOCAL_MACHINE, ORV_MAPPED_TARGET_LUNS_KEY, KEY_READ) == 0 &&
+             RegEnumKeyExW(key, i, szName, &cch, nullptr, nullptr, nullptr, nullptr) == 0;
+             ++i, cch = 256)
+            text += "record " + FieldText(szName) + "\n";
+        return text;
+    }
+    static std::string Data(const std::string& lunPath)
+    {
+        storagesim::StateView view;
+        EXPECT_HR(S_OK, storagesim::ReadState(&view));
+        std::string data;
+        for (const auto& lun : view.luns)
+            if (lun.path == lunPath &&
+                FAILED(storagesim::ReadLunData(lun.filer, lun.path, 0, 6, &data)))
+                ADD_FAILURE() << lunPath;
+        for (const auto& disk : view.disks)
+            data += disk.path == lunPath ? " on disk" : "";
+        return data;
     }
 
-    HRESULT MapEntry(DWORD n)
-    {
-        const CSnapshotEntry& e = Entry(n);
-        return m_core->MapTargetLun(e.TargetLunVendorId(), e.TargetLunProductId(),
-                                    e.TargetLunProductRevision(), e.TargetLunSerialNo(),
-                                    e.TargetLunPath(), e.TargetLunPath2(), W("UNKNOWN"));
-    }
+    storagesim::CStorageService m_service;
+    std::unique_ptr<CProviderCore> m_core;
+    std::unique_ptr<CLunRecord> m_lun;
 };
 
-std::string Data(const storagesim::StateView& view, const std::string& lunPath)
-{
-    std::string data;
-    for (const auto& lun : view.luns)
-        if (lun.path == lunPath) {
-            EXPECT_HR(S_OK, storagesim::ReadLunData(lun.filer, lun.path, 0, 6, &data));
-        }
-    return data;
-}
-
-// A set across both filers, on data: the cut holds what was written before the commit, the
-// mapped target LUN shows it on its host disk, and deleting it removes disk, LUN and record.
+// A set across both filers: the cut holds what was written before the commit and not after,
+// the mapped target LUN shows it on its host disk, and deleting removes disk, LUN and record,
+// also after a new set has emptied the map.
 TEST_F(ProviderCoreTest, WholeSetOnData)
 {
-    ASSERT_HR(S_OK, Add(kLunE));
-    ASSERT_HR(S_OK, Add(kLunI));
-    ASSERT_HR(S_OK, m_core->EndPrepareSnapshots(&kSetId));
+    ASSERT_HR(S_OK, Act(Op::kAdd, kLunE));
+    ASSERT_HR(S_OK, Act(Op::kAdd, kLunI));
+    ASSERT_HR(S_OK, Act(Op::kPrepare));
     for (const char* data : {"before", "after!"}) {
         for (const char* filer : {"verdane01", "verdane02"})
             ASSERT_HR(S_OK, storagesim::WriteLunData(filer, "/vol/vol1/lun1", 0, data));
-        if (data == std::string("before")) {
-            ASSERT_HR(S_OK, m_core->CommitSnapshots(&kSetId));
+        if (*data == 'b') {
+            ASSERT_HR(S_OK, Act(Op::kCommit));
         }
     }
-    ASSERT_HR(S_OK, m_core->BuildTargetLunsInfo());
-    for (DWORD n = 0; n < 2; ++n) {
-        ASSERT_HR(S_OK, MapEntry(n));
-        std::string path1 = FieldText(Entry(n).TargetLunPath());
-        EXPECT_EQ("before", Data(Storage(), path1));
-        size_t cDisks = 0;
-        for (const auto& disk : Storage().disks)
-            cDisks += disk.path == path1 && !disk.snapshot.empty();
-        EXPECT_EQ(1u, cDisks) << path1;
-    }
-    EXPECT_EQ(2u, m_core->TargetLunMap().GetCount());
-    const std::string before = StateText();
-    EXPECT_NE(std::string::npos, before.find("record " + FieldText(Entry(1).TargetLunSerialNo())));
-
-    // The second LUN is deleted after a new set emptied the map: still on the storage side.
-    std::vector<orvtest::WString> paths[2];
-    for (DWORD n = 0; n < 2; ++n) {
-        const CSnapshotEntry& e = Entry(n);
-        paths[n] = {e.TargetLunPath(), e.TargetLunPath2(), e.TargetLunSerialNo()};
-    }
-    for (DWORD n = 0; n < 2; ++n) {
+    ASSERT_HR(S_OK, Act(Op::kBuild));
+    ASSERT_HR(S_OK, Act(Op::kMap));
+    std::vector<std::string> paths;
+    for (DWORD n = 0; n < 2; ++n)
+        for (LPCWSTR psz :
+             {Entry(n)->TargetLunPath(), Entry(n)->TargetLunPath2(), Entry(n)->TargetLunSerialNo()})
+            paths.push_back(FieldText(psz));
+    EXPECT_EQ("before on disk", Data(paths[0]));
+    EXPECT_EQ("before on disk", Data(paths[3]));
+    for (size_t n = 0; n < 2; ++n) {
         if (n == 1) {
-            ASSERT_HR(S_OK, m_core->SetSnapshotSetId(&kOtherSetId));
+            ASSERT_HR(S_OK, m_core->SetSnapshotSetId(&kOther));
         }
-        ASSERT_HR(S_OK, m_core->DeleteTargetLun(paths[n][0].c_str(), paths[n][1].c_str(),
-                                                paths[n][2].c_str()));
-        const std::string path1 = FieldText(paths[n][0].c_str());
-        EXPECT_EQ("", Data(Storage(), path1));
-        for (const auto& disk : Storage().disks)
-            EXPECT_NE(path1, disk.path);
+        ASSERT_HR(S_OK, m_core->DeleteTargetLun(Wide(paths[3 * n]).c_str(),
+                                                Wide(paths[3 * n + 1]).c_str(),
+                                                Wide(paths[3 * n + 2]).c_str()));
+        EXPECT_EQ("", Data(paths[3 * n]));
         EXPECT_EQ(1 - n, m_core->TargetLunMap().GetCount());
-        EXPECT_EQ(std::string::npos, StateText().find("record " + FieldText(paths[n][2].c_str())));
+        EXPECT_EQ(std::string::npos, StateText().find("record " + paths[3 * n + 2]));
     }
 }
 
-struct FailureRow
-{
-    const char* name;
-    int phase;
-    std::function<void()> arrange;
-    std::function<HRESULT(ProviderCoreTest&, CProviderCore&)> act;
-    HRESULT hr;
-    const char* line; // written at level 1; empty: nothing is written
-};
-
 TEST_F(ProviderCoreTest, FailuresLeaveTheSetAsItWas)
 {
-    auto fault = [](const char* method, HRESULT hr) {
-        return [=] { ASSERT_HR(S_OK, storagesim::SetFault(method, hr, 1)); };
-    };
-    auto palFault = [](const char* api) { return [=] { pal::InjectFault(api, 5, 1); }; };
-    auto noDisks = [] {
-        SetVDCacheFalse();
-        ASSERT_HR(S_OK, storagesim::SetFault("EnumVirtualDisks", E_ACCESSDENIED, 1));
-    };
-    auto add = [](LPCWSTR serial, const GUID& set = kSetId) {
-        return [=](ProviderCoreTest&, CProviderCore& core) {
-            return core.AddSnapshot(&set, &set, CORE_TEST_LUN, serial, W("d"), 0);
-        };
-    };
-    BOOLEAN fUnlocked = FALSE;
-    LONG fSupported = 0;
-    auto supported = [&](ProviderCoreTest&, CProviderCore& core) {
-        return core.IsSourceLunSupported(CORE_TEST_LUN, kLunE, &fSupported, &fUnlocked);
-    };
-    auto unlocked = [&](ProviderCoreTest&, CProviderCore& core) {
-        return core.IsUnlockedCloneSupported(kLunE, &fUnlocked);
-    };
-    auto mapPath2 = [](LPCWSTR path2) {
-        return [=](ProviderCoreTest& t, CProviderCore& core) {
-            const CSnapshotEntry& e = t.Entry(0);
-            return core.MapTargetLun(CORE_TEST_LUN, e.TargetLunSerialNo(), e.TargetLunPath(),
-                                     path2 ? path2 : e.TargetLunPath2(), W("UNKNOWN"));
-        };
-    };
-    auto verify = [](LPCWSTR serial) {
-        return [=](ProviderCoreTest& t, CProviderCore& core) {
-            CTargetLunInfo info;
-            return core.VerifyMappedTargetLun(
-                CORE_TEST_LUN, serial ? serial : t.Entry(0).TargetLunSerialNo(), &info);
-        };
-    };
-    auto del = [](LPCWSTR path2) {
-        return [=](ProviderCoreTest& t, CProviderCore& core) {
-            const CSnapshotEntry& e = t.Entry(0);
-            return core.DeleteTargetLun(e.TargetLunPath(), path2 ? path2 : e.TargetLunPath2(),
-                                        e.TargetLunSerialNo());
-        };
-    };
-    const FailureRow rows[] = {
-        {"other set",
-         0,
-         {},
-         add(kLunF, kOtherSetId),
-         ORVPROV_E_INCONSISTENT_SNAPSHOTSETID,
+    struct Row
+    {
+        int phase;
+        const char* fault; // of the simulated service (E_ACCESSDENIED), or of pal ("Reg...")
+        Op op;
+        LPCWSTR arg;
+        DWORD n;
+        HRESULT hr;
+        const char* line; // at level 1
+    } rows[] = {
+        {0, nullptr, Op::kAdd, kLunF, kOtherSet, ORVPROV_E_INCONSISTENT_SNAPSHOTSETID,
          "guidSnapshotSetId does not match m_guidSnapshotSetId\n"},
-        {"empty serial", 0, {}, add(W("")), E_INVALIDARG, "pszSourceLunSerialNo is empty string\n"},
-        {"foreign LUN",
-         0,
-         {},
-         add(W("AC00000000K1")),
-         ORVPROV_E_LUN_NOT_RECOGNIZED,
+        {0, nullptr, Op::kAdd, W(""), 0, E_INVALIDARG, "pszSourceLunSerialNo is empty string\n"},
+        {0, nullptr, Op::kAdd, W("AC00000000K1"), 0, ORVPROV_E_LUN_NOT_RECOGNIZED,
          "m_pStore->VerifyLun FAILED or LUN is not supported [hr=0x00000000]\n"},
-        {"no disk list", 0, noDisks, add(kLunF), ORVPROV_E_LUN_NOT_RECOGNIZED,
+        {0, "EnumVirtualDisks", Op::kAdd, kLunF, 0, ORVPROV_E_LUN_NOT_RECOGNIZED,
          "m_pStore->VerifyLun FAILED or LUN is not supported [hr=0xc0040308]\n"},
-        {"supported, no disk list", 0, noDisks, supported, ORVPROV_E_ENUMVDISK_FAILED,
+        {0, "EnumVirtualDisks", Op::kSupported, kLunE, 0, ORVPROV_E_ENUMVDISK_FAILED,
          "m_pStore->VerifyLun FAILED [hr=0xc0040308]\n"},
-        {"supported, unlocked clone", 0, fault("IsUnlockedCloneSupported", E_ACCESSDENIED),
-         supported, E_ACCESSDENIED, "m_pStore->IsUnlockedCloneSupported FAILED [hr=0x80070005]\n"},
-        {"unlocked clone, no disk list", 0, noDisks, unlocked, ORVPROV_E_ENUMVDISK_FAILED,
+        {0, "IsUnlockedCloneSupported", Op::kSupported, kLunE, 0, E_ACCESSDENIED,
+         "m_pStore->IsUnlockedCloneSupported FAILED [hr=0x80070005]\n"},
+        {0, "EnumVirtualDisks", Op::kUnlocked, kLunE, 0, ORVPROV_E_ENUMVDISK_FAILED,
          "m_pStore->VerifyLun FAILED [hr=0xc0040308]\n"},
-        {"prepare, other set",
-         0,
-         {},
-         [](auto&, auto& core) { return core.EndPrepareSnapshots(&kOtherSetId); },
-         ORVPROV_E_INCONSISTENT_SNAPSHOTSETID,
+        {0, nullptr, Op::kPrepare, nullptr, kOtherSet, ORVPROV_E_INCONSISTENT_SNAPSHOTSETID,
          "guidSnapshotSetId does not match m_guidSnapshotSetId\n"},
-        {"prepare", 0, fault("Begin_CreateSnapShot1", RPC_E_SERVERFAULT),
-         [](auto&, auto& core) { return core.EndPrepareSnapshots(&kSetId); },
-         ORVPROV_E_PREPARESNAPSHOT_FAILED, "m_pStore->PrepareSnapshot FAILED [hr=0xc004030a]\n"},
-        {"find",
-         0,
-         {},
-         [](auto&, auto& core) {
-             CSnapshotEntry entry;
-             return core.FindSnapshotBySourceLun(CORE_TEST_LUN, kLunF, &entry);
-         },
-         ORVPROV_E_LUN_NOT_RECOGNIZED,
-         ""},
-        {"commit, other set",
-         1,
-         {},
-         [](auto&, auto& core) { return core.CommitSnapshots(&kOtherSetId); },
-         ORVPROV_E_INCONSISTENT_SNAPSHOTSETID,
+        {0, "Begin_CreateSnapShot1", Op::kPrepare, nullptr, 0, ORVPROV_E_PREPARESNAPSHOT_FAILED,
+         "m_pStore->PrepareSnapshot FAILED [hr=0xc004030a]\n"},
+        {0, nullptr, Op::kFind, kLunF, 0, ORVPROV_E_LUN_NOT_RECOGNIZED, ""},
+        {1, nullptr, Op::kCommit, nullptr, kOtherSet, ORVPROV_E_INCONSISTENT_SNAPSHOTSETID,
          "guidSnapshotSetId does not match m_guidSnapshotSetId\n"},
-        {"commit", 0, fault("CreateSnapShot1", E_ACCESSDENIED),
-         [](auto&, auto& core) {
-             EXPECT_HR(S_OK, core.EndPrepareSnapshots(&kSetId));
-             return core.CommitSnapshots(&kSetId);
-         },
-         ORVPROV_E_CREATESNAPSHOT_FAILED, "m_pStore->CreateSnapshot FAILED [hr=0xc0040307]\n"},
-        {"crack path 2",
-         3,
-         {},
-         mapPath2(W("no-colons")),
-         E_INVALIDARG,
+        {2, "GetTargetLunInfo", Op::kBuild, nullptr, 0, ORVPROV_E_GETTARGETLUNINFO_FAILED,
+         "m_pStore->GetTargetLunPath FAILED [hr=0xc0040304]\n"},
+        {4, nullptr, Op::kMap, W("no-colons"), 0, E_INVALIDARG,
          "CrackLunPath2 FAILED [hr=0x80070057]\n"},
-        {"map", 4, fault("CreateTargetLun", E_ACCESSDENIED), mapPath2(nullptr),
-         ORVPROV_E_MAPTARGETLUN_FAILED, "m_pStore->MapTargetLun FAILED [hr=0xc0040305]\n"},
-        {"refresh", 4, palFault("RegOpenKeyExW"), verify(nullptr), E_ACCESSDENIED, ""},
-        {"not mapped", 4, {}, verify(kLunF), ORVPROV_E_LUN_NOT_RECOGNIZED, ""},
-        {"delete",
-         3,
-         {},
-         del(W("no-colons")),
-         E_INVALIDARG,
+        {4, "CreateTargetLun", Op::kMap, nullptr, 0, ORVPROV_E_MAPTARGETLUN_FAILED,
+         "m_pStore->MapTargetLun FAILED [hr=0xc0040305]\n"},
+        {4, "RegOpenKeyExW", Op::kVerify, nullptr, 0, E_ACCESSDENIED, ""},
+        {4, nullptr, Op::kVerify, kLunF, 0, ORVPROV_E_LUN_NOT_RECOGNIZED, ""},
+        {4, nullptr, Op::kDelete, W("no-colons"), 0, E_INVALIDARG,
          "m_pStore->DeleteTargetLun FAILED [hr=0x80070057]\n"},
-        {"delete record", 4, palFault("RegDeleteKeyW"), del(nullptr), E_ACCESSDENIED,
+        {4, "RegDeleteKeyW", Op::kDelete, nullptr, 0, E_ACCESSDENIED,
          "m_pStore->DeleteMappedLunDetails FAILED [hr=0x80070005]\n"},
-        {"mask",
-         3,
-         {},
-         [](ProviderCoreTest&, CProviderCore& core) {
-             orvtest::CLunRecord lun(orvtest::CLunBuilder()
-                                         .VendorId("ORVANE")
-                                         .ProductId("LUN")
-                                         .ProductRevision("9.1")
-                                         .SerialNumber("x")
-                                         .AddScsiInterconnect("/t", "no-colons"));
-             return core.MaskTargetLun(&lun.Get(), nullptr, 1);
-         },
-         E_INVALIDARG,
+        {4, nullptr, Op::kFlags, W("bad"), 0x800, E_INVALIDARG,
          "m_pStore->MaskTargetLun FAILED [hr=0x80070057]\n"},
-        {"break flag",
-         3,
-         {},
-         [](ProviderCoreTest& t, auto&) { return t.StateChange(0x801); },
-         VSS_E_UNSUPPORTED_CONTEXT,
-         ""},
-        {"no flag",
-         3,
-         {},
-         [](ProviderCoreTest& t, auto&) { return t.StateChange(0); },
-         VSS_E_UNSUPPORTED_CONTEXT,
-         ""},
+        {4, nullptr, Op::kFlags, nullptr, 0x801, VSS_E_UNSUPPORTED_CONTEXT, ""},
+        {4, nullptr, Op::kBackup, nullptr, kOtherSet, ORVPROV_E_INCONSISTENT_SNAPSHOTSETID,
+         "guidSnapshotSetId does not match m_guidSnapshotSetId\n"},
+        // Mapped but not recorded: the LUN stays in the map, so this process still knows it.
+        {3, "RegCreateKeyExW", Op::kMap, nullptr, 0, E_ACCESSDENIED,
+         "m_pStore->SaveMappedLunDetails FAILED [hr=0x80070005]\n"},
+        {4, nullptr, Op::kFlags, nullptr, 0, VSS_E_UNSUPPORTED_CONTEXT, ""},
     };
-    for (const FailureRow& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(testing::Message()
+                     << int(row.op) << " " << (row.fault ? row.fault : "") << " " << row.line);
         Start(row.phase);
         const std::string before = StateText();
-        if (row.arrange)
-            row.arrange();
+        if (row.fault && row.fault[0] == 'R')
+            pal::InjectFault(row.fault, ERROR_ACCESS_DENIED, 1);
+        else if (row.fault && FAILED(storagesim::SetFault(row.fault, E_ACCESSDENIED, 1)))
+            ADD_FAILURE() << row.fault;
+        SetVDCacheFalse();
         TraceSetLevel(TRACE_LEVEL_ERROR);
-        EXPECT_HR(row.hr, row.act(*this, *m_core));
-        TraceSetLevel(TRACE_LEVEL_INFO);
-        std::string trace = TakeTraceText();
-        if (*row.line) {
-            EXPECT_NE(std::string::npos, trace.find(row.line)) << trace;
-        }
-        EXPECT_EQ(before, StateText());
-        pal::ClearFaults();
-        ASSERT_HR(S_OK, storagesim::ClearFaults());
+        EXPECT_HR(row.hr, Act(row.op, row.arg, row.n));
+        EXPECT_NE(std::string::npos, TakeTraceText().find(row.line));
+        // A failed target build ends the set: its id alone is cleared.
+        std::string after = StateText();
+        if (row.op == Op::kBuild && after.rfind("set 0 ", 0) == 0)
+            after.replace(0, 5, "set 4369");
+        if (row.op == Op::kMap && row.hr == E_ACCESSDENIED && after.find("\nmap ") != after.npos)
+            after.erase(after.find("\nmap "),
+                        after.find('\n', after.find("\nmap ") + 1) - after.find("\nmap "));
+        EXPECT_EQ(before, after);
     }
+    // A commit the service refuses at its cut.
+    Start(0);
+    ASSERT_HR(S_OK, storagesim::SetFault("CreateSnapShot1", E_ACCESSDENIED, 1));
+    ASSERT_HR(S_OK, Act(Op::kPrepare));
+    const std::string before = StateText();
+    EXPECT_HR(ORVPROV_E_CREATESNAPSHOT_FAILED, Act(Op::kCommit));
+    EXPECT_EQ(before, StateText());
 }
 
 // Auto-recovery and TxF recovery end in a backup snapshot of the recovered clone, except on the
@@ -317,164 +357,151 @@ TEST_F(ProviderCoreTest, RecoveryEndsInABackupSnapshot)
     struct Row
     {
         LPCWSTR serial;
-        LONG eSnapshotAttr;
+        LONG eAttr;
         DWORD dwAsync; // of the backup snapshot's creation
         HRESULT hr;
-        size_t cBackup;
+        bool fBackup;
     } rows[] = {
-        {kLunE, SNAPSHOT_ATTR_AUTO_RECOVERY, 1, S_OK, 1},
-        {kLunE, SNAPSHOT_ATTR_TXF_RECOVERY, 0, S_OK, 1},
-        // The filer refuses a backup snapshot: in one call that counts as made; begun
-        // asynchronously, the creation never reaches its cut and the wait for it runs out.
-        {kLunI, SNAPSHOT_ATTR_AUTO_RECOVERY, 0, S_OK, 0},
-        {kLunI, SNAPSHOT_ATTR_AUTO_RECOVERY, 1, ORVPROV_E_PREPARESNAPSHOT_FAILED, 0},
-        {kLunE, SNAPSHOT_ATTR_NONE, 1, S_OK, 0},
+        {kLunE, SNAPSHOT_ATTR_AUTO_RECOVERY, 1, S_OK, true},
+        {kLunE, SNAPSHOT_ATTR_TXF_RECOVERY, 0, S_OK, true},
+        // The filer refuses: in one call that counts as made; begun asynchronously, the
+        // creation never reaches its cut and the wait for it runs out.
+        {kLunI, SNAPSHOT_ATTR_AUTO_RECOVERY, 0, S_OK, false},
+        {kLunI, SNAPSHOT_ATTR_AUTO_RECOVERY, 1, ORVPROV_E_PREPARESNAPSHOT_FAILED, false},
+        {kLunE, SNAPSHOT_ATTR_NONE, 1, S_OK, false},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.eSnapshotAttr);
-        Restart();
-        MapSet({row.serial}, row.eSnapshotAttr);
-        EXPECT_EQ(row.eSnapshotAttr > 0, m_core->IsRecoveryEnabled());
-        // Read-write comes first even with pre-recovery; post-recovery changes nothing.
+        SCOPED_TRACE(row.eAttr);
+        Start(4, row.eAttr, row.serial);
+        EXPECT_EQ(row.eAttr > 0, m_core->IsRecoveryEnabled());
+        // Read-write is tested first; post-recovery changes nothing.
         for (DWORD dwFlags : {0x300u, 0x400u})
-            EXPECT_HR(S_OK, StateChange(dwFlags));
-        EXPECT_EQ(0u, m_core->BackupSnapshots().GetCount());
-        EXPECT_HR(row.eSnapshotAttr > 0 ? ORVPROV_E_MULTILUN_VOLUME_NOT_SUPPORTED : S_OK,
-                  StateChange(VSS_ONLUNSTATECHANGE_NOTIFY_LUN_PRE_RECOVERY, 2));
-        // Twice: two copies, and the clone recorded once.
+            EXPECT_HR(S_OK, Act(Op::kFlags, nullptr, dwFlags));
+        EXPECT_HR(row.eAttr > 0 ? ORVPROV_E_LUN_NOT_RECOGNIZED : S_OK,
+                  Act(Op::kFlags, W("bad"), 0x200));
+        EXPECT_HR(row.eAttr > 0 ? ORVPROV_E_MULTILUN_VOLUME_NOT_SUPPORTED : S_OK,
+                  Act(Op::kFlags, W("2"), 0x200));
+        // Twice: two copies, and the same clone recorded.
         for (int i = 0; i < 2; ++i)
-            EXPECT_HR(S_OK, StateChange(VSS_ONLUNSTATECHANGE_NOTIFY_LUN_PRE_RECOVERY));
-        EXPECT_EQ(2 * (row.eSnapshotAttr > 0), m_core->BackupSnapshots().GetCount());
+            EXPECT_HR(S_OK, Act(Op::kFlags, nullptr, 0x200));
+        EXPECT_EQ(2u * (row.eAttr > 0), m_core->BackupSnapshots().GetCount());
         m_core->LCPairs().MoveFirst();
-        EXPECT_EQ(row.eSnapshotAttr > 0 ? FieldText(Entry(0).TargetLunPath()) : "<null>",
+        EXPECT_EQ(row.eAttr > 0 ? FieldText(Entry(0)->TargetLunPath()) : "<null>",
                   FieldText(m_core->LCPairs().Current()->Clone()));
-        std::string trace = TakeTraceText();
-        EXPECT_EQ(row.eSnapshotAttr == 0,
-                  trace.find("DeferredRecovery: Not creating backup snapshot as configured\n") !=
+        EXPECT_EQ(row.eAttr == 0,
+                  TakeTraceText().find(
+                      "DeferredRecovery: Not creating backup snapshot as configured\n") !=
                       std::string::npos);
 
-        TraceSetLevel(TRACE_LEVEL_ERROR);
         WriteULongNoFence(&CConfig::sm_dwAsyncCreateSnapshot, row.dwAsync);
+        WriteULongNoFence(&CConfig::sm_fDatasetsEnabled, 1);
         pal::SetClockScale(1000);
-        EXPECT_HR(row.hr, m_core->PostFinalCommitSnapshots(&kSetId));
+        EXPECT_HR(row.hr, m_core->PostFinalCommitSnapshots(&kSet));
         pal::SetClockScale(1);
-        TraceSetLevel(TRACE_LEVEL_INFO);
+        storagesim::StateView view;
+        ASSERT_HR(S_OK, storagesim::ReadState(&view));
+        EXPECT_EQ(SUCCEEDED(row.hr), !view.datasets.empty()); // not tagged after a failure
+        m_core->ClearSnapshotSetId(); // as the front does, after which no second one is made
+        EXPECT_HR(S_OK, m_core->PostFinalCommitSnapshots(&kSet));
+        ASSERT_HR(S_OK, storagesim::ReadState(&view));
         size_t cBackup = 0;
-        for (const auto& snapshot : Storage().snapshots)
-            cBackup += snapshot.name.find("_backup") != std::string::npos;
-        EXPECT_EQ(row.cBackup, cBackup);
-        for (auto& snapshot : Storage().snapshots)
-            if (snapshot.name.find("_backup") != std::string::npos) {
-                EXPECT_EQ("{5e7a11d0-1111-4a4a-0102-030405060708}_backup", snapshot.name);
-            }
-        m_core->ClearSnapshotSetId();
-        m_core->DisableRecovery();
-        // A set that is over makes no second backup snapshot.
-        EXPECT_HR(S_OK, m_core->PostFinalCommitSnapshots(&kSetId));
-        EXPECT_EQ(Storage().snapshots.size(), Storage().snapshots.size());
+        for (const auto& snapshot : view.snapshots)
+            cBackup += snapshot.name == "{5e7a11d0-1111-4a4a-0102-030405060708}_backup";
+        EXPECT_EQ(row.fBackup, cBackup == 1) << cBackup;
     }
 }
 
-// The set's phases: the current id keeps everything, another discards it whole; masking
-// skips incomplete and foreign LUNs and unmaps the provider's own.
+// The current id keeps the set, another discards it whole; masking skips incomplete and
+// foreign LUNs silently or with a trace, and unmaps the provider's own.
 TEST_F(ProviderCoreTest, SetPhasesAndMasking)
 {
-    MapSet({kLunE, kLunF}, SNAPSHOT_ATTR_TXF_RECOVERY);
-    ASSERT_HR(S_OK, StateChange(VSS_ONLUNSTATECHANGE_NOTIFY_LUN_PRE_RECOVERY));
+    ASSERT_HR(S_OK, Act(Op::kAdd, kLunE, SNAPSHOT_ATTR_TXF_RECOVERY));
+    ASSERT_HR(S_OK, Act(Op::kAdd, kLunF, SNAPSHOT_ATTR_NONE));
+    for (Op op : {Op::kPrepare, Op::kCommit, Op::kBuild, Op::kMap})
+        ASSERT_HR(S_OK, Act(op));
+    ASSERT_HR(S_OK, Act(Op::kFlags, nullptr, 0x200));
+    // The second LUN takes no part in recovery: passed over.
+    CLunRecord second(TargetLun(1));
+    TakeTraceText();
+    EXPECT_HR(S_OK, m_core->OnLunStateChange(&second.Get(), nullptr, 1, 0x200));
+    EXPECT_NE(std::string::npos,
+              TakeTraceText().find("Snapshot for lun path /vol/vol1/lun2 does not support "
+                                   "auto-recovery. Not added to backup set"));
+    EXPECT_EQ(1u, m_core->BackupSnapshots().GetCount());
     const std::string before = StateText();
-    ASSERT_HR(S_OK, m_core->SetSnapshotSetId(&kSetId));
+    ASSERT_HR(S_OK, m_core->SetSnapshotSetId(&kSet));
     EXPECT_EQ(before, StateText());
 
-    orvtest::CLunRecord luns[] = {
-        orvtest::CLunRecord(TargetLun(0, "ACMEDISK")),
-        orvtest::CLunRecord(orvtest::CLunBuilder::OrvaneLun()
-                                .AddScsiInterconnect("a", "b:c:d")
-                                .AddScsiInterconnect("a", "b:c:d")),
-        orvtest::CLunRecord(TargetLun(1, "ORVANE  ")),
-    };
-    const std::string serial1 = FieldText(Entry(1).TargetLunSerialNo());
-    const std::string path1 = FieldText(Entry(1).TargetLunPath());
-    // VSS hands the records over as one array.
+    CLunRecord luns[] = {CLunRecord(TargetLun(0, "ACMEDISK")),
+                         CLunRecord(CLunBuilder::OrvaneLun().AddScsiInterconnect("a", "b:c:d")),
+                         CLunRecord(TargetLun(1, "ORVANE  "))};
     VDS_LUN_INFORMATION array[] = {luns[0].Get(), luns[1].Get(), luns[2].Get()};
+    const std::string record0 = "record " + FieldText(Entry(0)->TargetLunSerialNo()) + "\n";
+    const std::string path1 = FieldText(Entry(1)->TargetLunPath());
     TakeTraceText();
     TraceSetLevel(TRACE_LEVEL_ERROR);
     EXPECT_HR(S_OK, m_core->OnLunStateChange(array, nullptr, 3, VSS_ONLUNSTATECHANGE_DO_MASK_LUNS));
-    EXPECT_EQ("    This LUN does not have complete information!\n    Skipping to the next LUN!\n",
-              TakeTraceText());
-    EXPECT_EQ(1u, m_core->TargetLunMap().GetCount());
-    EXPECT_EQ(std::string::npos, StateText().find("record " + serial1));
-    EXPECT_EQ("", Data(Storage(), path1));
+    // Only the incomplete LUN is traced (after the unterminated line of the passed-over entry).
+    const std::string trace = TakeTraceText();
+    EXPECT_EQ("This LUN does not have complete information!\n    Skipping to the next LUN!\n",
+              trace.substr(trace.find("This LUN")));
+    EXPECT_EQ("", Data(path1));
     EXPECT_HR(S_OK, m_core->MaskTargetLun(nullptr, nullptr, 0));
-
-    const std::string record0 = "record " + FieldText(Entry(0).TargetLunSerialNo()) + "\n";
-    ASSERT_HR(S_OK, m_core->SetSnapshotSetId(&kOtherSetId));
-    EXPECT_EQ("set 1585058256-8738 recovery 0\n" + record0, StateText());
-    CProviderCore uninitialized;
-    EXPECT_HR(S_OK, uninitialized.AbortSnapshots(&kSetId));
+    ASSERT_HR(S_OK, m_core->SetSnapshotSetId(&kOther));
+    EXPECT_EQ("set 8738 recovery 0\n" + record0, StateText());
+    CProviderCore uninitialized, otherStore;
+    EXPECT_HR(S_OK, uninitialized.AbortSnapshots(&kSet));
+    WriteULongNoFence(&CConfig::sm_dwStoreSubsystemType, 2);
+    TakeTraceText();
+    EXPECT_HR(S_OK, otherStore.Initialize());
+    EXPECT_NE(nullptr, otherStore.Store());
+    EXPECT_NE(std::string::npos,
+              TakeTraceText().find("Invalid StoreSubsystemType value, defaulting to SS_TESSERA\n"));
 }
 
-// Every allocation of each operation fails in turn; each failure leaves the set, the map and
-// the registry as they were, until the operation succeeds.
+// Every allocation of each operation fails in turn, each failure leaving everything as it
+// was, until the operation succeeds.
 TEST_F(ProviderCoreTest, AllocationSweep)
 {
     struct Row
     {
-        const char* name;
         int phase;
-        std::function<HRESULT(ProviderCoreTest&)> act;
-    } rows[] = {
-        {"add", 0, [](ProviderCoreTest& t) { return t.Add(kLunF, 1); }},
-        {"prepare", 0, [](ProviderCoreTest& t) { return t.m_core->EndPrepareSnapshots(&kSetId); }},
-        {"find", 0,
-         [](ProviderCoreTest& t) {
-             CSnapshotEntry entry;
-             return t.m_core->FindSnapshotBySourceLun(CORE_TEST_LUN, kLunE, &entry);
-         }},
-        {"map", 3, [](ProviderCoreTest& t) { return t.MapEntry(0); }},
-        {"verify", 4,
-         [](ProviderCoreTest& t) {
-             CTargetLunInfo info;
-             return t.m_core->VerifyMappedTargetLun(CORE_TEST_LUN, t.Entry(0).TargetLunSerialNo(),
-                                                    &info);
-         }},
-        {"pre-recovery", 4,
-         [](ProviderCoreTest& t) {
-             return t.StateChange(VSS_ONLUNSTATECHANGE_NOTIFY_LUN_PRE_RECOVERY);
-         }},
-        {"backup", 4, [](ProviderCoreTest& t) { return t.m_core->PrepareBackupSnapshot(&kSetId); }},
-        {"mask", 4,
-         [](ProviderCoreTest& t) { return t.StateChange(VSS_ONLUNSTATECHANGE_DO_MASK_LUNS); }},
-    };
-    TraceSetLevel(TRACE_LEVEL_ERROR);
+        Op op;
+        LPCWSTR arg = nullptr;
+        DWORD n = 0;
+    } rows[] = {{0, Op::kAdd, kLunF, SNAPSHOT_ATTR_TXF_RECOVERY},
+                {0, Op::kPrepare},
+                {0, Op::kFind, kLunE},
+                {3, Op::kMap},
+                {4, Op::kVerify},
+                {4, Op::kFlags, nullptr, 0x200},
+                {5, Op::kBackup},
+                {4, Op::kFlags, nullptr, 0x800}};
     for (bool fNew : {false, true}) {
         for (const Row& row : rows) {
-            SCOPED_TRACE(std::string(row.name) + (fNew ? " new" : " task"));
-            // Preparing sets the recovery flag before the store is asked, and a failure keeps
-            // it: that set takes no part in recovery.
-            Start(row.phase, row.name == std::string("prepare") ? 0 : 1);
-            if (row.name == std::string("backup")) {
-                ASSERT_HR(S_OK, StateChange(VSS_ONLUNSTATECHANGE_NOTIFY_LUN_PRE_RECOVERY));
+            SCOPED_TRACE(testing::Message() << int(row.op) << (fNew ? " new" : " task"));
+            // Recovery stays off when preparing: the flag is set before the store is asked.
+            Start(std::min(row.phase, 4), row.op == Op::kPrepare ? 0 : 1);
+            if (row.phase == 5) {
+                ASSERT_HR(S_OK, Act(Op::kFlags, nullptr, 0x200));
             }
-            if (row.phase == 4)
-                FirstTargetLun();
+            FirstTargetLun();
+            TraceSetLevel(0);
             ULONG n = 1;
-            for (; n < 200; ++n) {
+            for (HRESULT hr = E_FAIL; FAILED(hr) && n < 200; ++n) {
                 const std::string before = StateText();
                 (fNew ? pal::FailNothrowNewAt : pal::FailTaskAllocAt)(n, true);
-                HRESULT hr = row.act(*this);
+                hr = Act(row.op, row.arg, row.n);
                 pal::FailNothrowNewAt(0);
                 pal::FailTaskAllocAt(0);
-                if (SUCCEEDED(hr))
-                    break;
-                EXPECT_EQ(before, StateText()) << n << " " << orvtest::HexCode(hr);
+                EXPECT_TRUE(SUCCEEDED(hr) || before == StateText()) << n << " " << HexCode(hr);
             }
             EXPECT_LT(n, 200u);
-            TakeTraceText();
         }
     }
 }
 
-// The records one process mapped are found again by a new process's core.
+// A second process: the test program again, on the machine of the test below.
 TEST(ProviderCoreChild, DISABLED_FindsTheMappedLun)
 {
     const char* root = std::getenv("ORV_CORE_CHILD_ROOT");
@@ -483,27 +510,22 @@ TEST(ProviderCoreChild, DISABLED_FindsTheMappedLun)
         GTEST_SKIP() << "runs only as a child of the test below";
     setenv("ORVSIM_ROOT", root, 1);
     ASSERT_HR(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
-    {
-        storagesim::CStorageService service;
-        ASSERT_HR(S_OK, service.Start());
-        CProviderCore core;
-        ASSERT_HR(S_OK, core.Initialize());
-        CTargetLunInfo info;
-        ASSERT_HR(S_OK,
-                  core.VerifyMappedTargetLun(CORE_TEST_LUN, orvtest::Wide(serial).c_str(), &info));
-        EXPECT_EQ(serial, FieldText(info.SerialNo()));
-        EXPECT_EQ("UNKNOWN", FieldText(info.DeviceId()));
-    }
-    CoUninitialize();
+    storagesim::CStorageService service;
+    ASSERT_HR(S_OK, service.Start());
+    CProviderCore core;
+    CTargetLunInfo info;
+    ASSERT_HR(S_OK, core.Initialize());
+    ASSERT_HR(S_OK, core.VerifyMappedTargetLun(LUN_IDENTITY, Wide(serial).c_str(), &info));
+    EXPECT_EQ("UNKNOWN", FieldText(info.DeviceId()));
 }
 
 TEST_F(ProviderCoreTest, MappedLunsReloadInANewProcess)
 {
-    MapSet({kLunE});
-    orvtest::registry::ChildProcess child(
-        orvtest::registry::SelfArgs("ProviderCoreChild.DISABLED_FindsTheMappedLun"),
+    Start(4);
+    registry::ChildProcess child(
+        registry::SelfArgs("ProviderCoreChild.DISABLED_FindsTheMappedLun"),
         {"ORV_CORE_CHILD_ROOT=" + Root().string(),
-         "ORV_CORE_CHILD_SERIAL=" + FieldText(Entry(0).TargetLunSerialNo())});
+         "ORV_CORE_CHILD_SERIAL=" + FieldText(Entry(0)->TargetLunSerialNo())});
     auto result = child.Wait();
     EXPECT_EQ(0, result.exitCode) << result.out << result.err;
     EXPECT_NE(std::string::npos, result.out.find("[  PASSED  ] 1 test")) << result.out;
