@@ -100,8 +100,7 @@ HRESULT CProviderCore::AddToBackupSnapshotSet(VDS_LUN_INFORMATION* pSnapshotLuns
             break;
         }
         TRACE(TRACE_LEVEL_ERROR,
-              W("Snapshot for lun path %s does not support auto-recovery. Not added to backup "
-                "set"),
+              W("Snapshot for lun path %s does not support auto-recovery. Not added to backup set"),
               pEntry->SourcePath());
     }
     if (pSource == nullptr)

@@ -15,6 +15,10 @@
 
 namespace {
 
+// One literal, so that the line can be found in the sources as it reads in the trace.
+constexpr WCHAR kRefreshFailed[] =
+    W("Refresh TargetLunMap cache failed. Exiting FillInLunInfo becuase buffer is empty\n");
+
 // Fills every field of a new map record with copies of the arguments; false when a copy fails
 // (the record frees what it was given).
 bool FillMappedRecord(CTargetLunInfo& info, LPCWSTR pszVendorId, LPCWSTR pszProductId,
@@ -164,8 +168,7 @@ HRESULT CProviderCore::VerifyMappedTargetLun(LPCWSTR pszVendorId, LPCWSTR pszPro
     UNREFERENCED_PARAMETER(pszVendorId);
     HRESULT hr = m_pStore->UpdateMappedTargetLuns(&m_lstTargetLunMap);
     if (FAILED(hr)) {
-        TRACE(TRACE_LEVEL_INFO, W("Refresh TargetLunMap cache failed. Exiting FillInLunInfo "
-                                  "becuase buffer is empty\n"));
+        TRACE(TRACE_LEVEL_INFO, kRefreshFailed);
         return hr;
     }
     CTargetLunInfo* pFound =
