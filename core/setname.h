@@ -10,6 +10,11 @@
 inline constexpr int SNAPSHOT_SET_NAME_CCH = 64;
 inline constexpr WCHAR BACKUP_SET_NAME_SUFFIX[] = W("_backup");
 
+// The arguments of a GUID for the format "{%.8x-%.4x-%.4x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x}".
+#define GUID_FORMAT_ARGS(g)                                                                        \
+    (g).Data1, (g).Data2, (g).Data3, (g).Data4[0], (g).Data4[1], (g).Data4[2], (g).Data4[3],       \
+        (g).Data4[4], (g).Data4[5], (g).Data4[6], (g).Data4[7]
+
 // Writes the 38 characters and the terminator of the GUID's text into pszName.
 void FormatGuidName(const GUID& guid, LPWSTR pszName);
 
