@@ -14,6 +14,7 @@
 #include "pal/libloaderapi.h"
 #include "pal/oleauto.h"
 #include "pal/regkey.h"
+#include "pal/winbase.h"
 
 #include <cstring>
 #include <new>

@@ -93,6 +93,9 @@ STDMETHODIMP COrvaneHardwareProvider::AreLunsSupported(LONG lLunCount, LONG lCon
 {
     CTraceScope scope(W("COrvaneHardwareProvider::AreLunsSupported"));
     CCallGuard guard(CallGuardOp::AreLunsSupported, m_pEvent);
+    // Only a loaded object has a core; VSS does not use one whose load failed.
+    if (m_pProvider == nullptr)
+        return guard.SetResult(ORVPROV_E_UNEXPECTED_ERROR);
     TRACE(TRACE_LEVEL_INFO, W("lLunCount=%d\n"), lLunCount);
     TRACE(TRACE_LEVEL_INFO, W("lContext=0x%08x\n"), lContext);
     if (lLunCount != 1) {
@@ -153,6 +156,9 @@ STDMETHODIMP COrvaneHardwareProvider::BeginPrepareSnapshot(VSS_ID SnapshotSetId,
 {
     CTraceScope scope(W("COrvaneHardwareProvider::BeginPrepareSnapshot"));
     CCallGuard guard(CallGuardOp::BeginPrepareSnapshot, m_pEvent);
+    // Only a loaded object has a core; VSS does not use one whose load failed.
+    if (m_pProvider == nullptr)
+        return guard.SetResult(ORVPROV_E_UNEXPECTED_ERROR);
     if (TraceIsOn(TRACE_LEVEL_INFO)) {
         TraceW(W("SnapshotSetId={%.8x-%.4x-%.4x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x}\n"),
                GUID_FORMAT_ARGS(SnapshotSetId));
@@ -245,6 +251,9 @@ STDMETHODIMP COrvaneHardwareProvider::GetTargetLuns(LONG lLunCount, VSS_PWSZ* rg
 {
     CTraceScope scope(W("COrvaneHardwareProvider::GetTargetLuns"));
     CCallGuard guard(CallGuardOp::GetTargetLuns, m_pEvent);
+    // Only a loaded object has a core; VSS does not use one whose load failed.
+    if (m_pProvider == nullptr)
+        return guard.SetResult(ORVPROV_E_UNEXPECTED_ERROR);
     TRACE(TRACE_LEVEL_INFO, W("lLunCount=%d\n"), lLunCount);
     // Of the calls that arrive together for one set, exactly one builds; the others go on.
     if (InterlockedCompareExchange(&m_lTargetLunsInfoBuilt, 1, 0) == 0) {
@@ -303,6 +312,9 @@ STDMETHODIMP COrvaneHardwareProvider::LocateLuns(LONG lLunCount, VDS_LUN_INFORMA
 {
     CTraceScope scope(W("COrvaneHardwareProvider::LocateLuns"));
     CCallGuard guard(CallGuardOp::LocateLuns, m_pEvent);
+    // Only a loaded object has a core; VSS does not use one whose load failed.
+    if (m_pProvider == nullptr)
+        return guard.SetResult(ORVPROV_E_UNEXPECTED_ERROR);
     TRACE(TRACE_LEVEL_INFO, W("lLunCount=%d\n"), lLunCount);
     for (LONG i = 0; i < lLunCount; ++i) {
         const VDS_LUN_INFORMATION& lun = rgSourceLuns[i];
@@ -356,6 +368,9 @@ STDMETHODIMP COrvaneHardwareProvider::OnLunEmpty(VSS_PWSZ wszDeviceName,
 {
     CTraceScope scope(W("COrvaneHardwareProvider::OnLunEmpty"));
     CCallGuard guard(CallGuardOp::OnLunEmpty, m_pEvent, wszDeviceName);
+    // Only a loaded object has a core; VSS does not use one whose load failed.
+    if (m_pProvider == nullptr)
+        return guard.SetResult(ORVPROV_E_UNEXPECTED_ERROR);
     const VDS_LUN_INFORMATION& lun = *pInformation;
     TRACE(TRACE_LEVEL_INFO, W("DeviceName=%s\n"), wszDeviceName);
     DumpLunInformation(lun);
@@ -393,6 +408,9 @@ STDMETHODIMP COrvaneHardwareProvider::FillInLunInfo(VSS_PWSZ wszDeviceName,
 {
     CTraceScope scope(W("COrvaneHardwareProvider::FillInLunInfo"));
     CCallGuard guard(CallGuardOp::FillInLunInfo, m_pEvent, wszDeviceName);
+    // Only a loaded object has a core; VSS does not use one whose load failed.
+    if (m_pProvider == nullptr)
+        return guard.SetResult(ORVPROV_E_UNEXPECTED_ERROR);
     VDS_LUN_INFORMATION& lun = *pLunInfo;
     TRACE(TRACE_LEVEL_INFO, W("DeviceName=%s\n"), wszDeviceName);
     DumpLunInformation(lun, W("Destination - before processing"));
@@ -428,6 +446,9 @@ STDMETHODIMP COrvaneHardwareProvider::OnLunStateChange(VDS_LUN_INFORMATION* pSna
 {
     CTraceScope scope(W("COrvaneHardwareProvider::OnLunStateChange"));
     CCallGuard guard(CallGuardOp::OnLunStateChange, m_pEvent);
+    // Only a loaded object has a core; VSS does not use one whose load failed.
+    if (m_pProvider == nullptr)
+        return guard.SetResult(ORVPROV_E_UNEXPECTED_ERROR);
     VDS_LUN_INFORMATION& lun = pSnapshotLuns[0];
     DumpLunInformation(lun, W("Destination - before processing"));
     CLunIdentity id;

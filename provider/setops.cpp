@@ -48,6 +48,9 @@ STDMETHODIMP COrvaneHardwareProvider::EndPrepareSnapshots(VSS_ID SnapshotSetId)
     CTraceScope scope(W("COrvaneHardwareProvider::EndPrepareSnapshots"));
     WCHAR szSetId[SNAPSHOT_SET_NAME_CCH] = {};
     CCallGuard guard(CallGuardOp::EndPrepareSnapshots, m_pEvent, szSetId);
+    // Only a loaded object has a core; VSS does not use one whose load failed.
+    if (m_pProvider == nullptr)
+        return guard.SetResult(ORVPROV_E_UNEXPECTED_ERROR);
     FormatGuidName(SnapshotSetId, szSetId);
     TRACE(TRACE_LEVEL_INFO,
           W("guidSnapshotSetId={%.8x-%.4x-%.4x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x}\n"),
@@ -82,7 +85,8 @@ STDMETHODIMP COrvaneHardwareProvider::CommitSnapshots(VSS_ID SnapshotSetId)
           GUID_FORMAT_ARGS(SnapshotSetId));
     FormatGuidName(SnapshotSetId, m_szSnapshotSetId);
     const DWORD dwStart = GetTickCount();
-    m_hrCommit = m_pProvider->CommitSnapshots(&SnapshotSetId);
+    m_hrCommit = m_pProvider != nullptr ? m_pProvider->CommitSnapshots(&SnapshotSetId)
+                                        : ORVPROV_E_UNEXPECTED_ERROR;
     const DWORD dwEnd = GetTickCount();
     if (SUCCEEDED(m_hrCommit)) {
         // Unsigned, so that a wrap of the counter between the readings still gives the time.
@@ -119,9 +123,11 @@ STDMETHODIMP COrvaneHardwareProvider::PreFinalCommitSnapshots(VSS_ID SnapshotSet
 STDMETHODIMP COrvaneHardwareProvider::PostFinalCommitSnapshots(VSS_ID SnapshotSetId)
 {
     CTraceScope scope(W("COrvaneHardwareProvider::PostFinalCommitSnapshots"));
-    m_pProvider->PostFinalCommitSnapshots(&SnapshotSetId);
-    m_pProvider->ClearSnapshotSetId();
-    m_pProvider->DisableRecovery();
+    if (m_pProvider != nullptr) {
+        m_pProvider->PostFinalCommitSnapshots(&SnapshotSetId);
+        m_pProvider->ClearSnapshotSetId();
+        m_pProvider->DisableRecovery();
+    }
     return S_OK;
 }
 
@@ -146,7 +152,7 @@ STDMETHODIMP COrvaneHardwareProvider::AbortSnapshots(VSS_ID SnapshotSetId)
           GUID_FORMAT_ARGS(SnapshotSetId));
     if (m_pEvent != nullptr)
         m_pEvent->Log(ORVPROV_EVENT_ABORT_CALLED, szSetId, 0);
-    HRESULT hr = m_pProvider->AbortSnapshots(&SnapshotSetId);
+    HRESULT hr = m_pProvider != nullptr ? m_pProvider->AbortSnapshots(&SnapshotSetId) : S_OK;
     if (FAILED(hr))
         TRACE(TRACE_LEVEL_ERROR, W("m_pProvider->AbortSnapshots FAILED [hr=0x%08x]\n"), hr);
     return S_OK;

@@ -1,0 +1,347 @@
+// The provider object driven only through its COM interfaces, as VSS drives it, with the
+// simulated storage service behind the core: the codes VSS receives, the real codes in the
+// trace, the events, and the storage state after each step.
+#include "diag/config.h"
+#include "diag/trace.h"
+#include "provider/hwprovider.h"
+#include "res/orvmsg.h"
+#include "sim/storage/storagesim.h"
+#include "store/vdcache.h"
+#include "tests/pal/eventlog/eventlog_testing.h"
+#include "tests/support/lunbuilder.h"
+#include "tests/support/paltest.h"
+#include "tests/support/tracetext.h"
+
+#include "pal/atlbase.h"
+#include "pal/combaseapi.h"
+#include "pal/palcontrol.h"
+#include "pal/regkey.h"
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+namespace {
+
+using namespace orvtest;
+
+constexpr GUID kSet = {0x5e7a11d0, 0x1111, 0x4a4a, {1, 2, 3, 4, 5, 6, 7, 8}};
+constexpr GUID kOther = {0x5e7a11d0, 0x2222, 0x4a4a, {1, 2, 3, 4, 5, 6, 7, 8}};
+constexpr char kLunE[] = "HnLmC0DH4Rdx"; // verdane01:/vol/vol1/lun1, E:
+constexpr char kLunF[] = "HnLmC0DH4Rdy"; // verdane01:/vol/vol1/lun2, F:
+
+// A source LUN as VSS describes it: identity strings, device id descriptor, iSCSI bus, one
+// interconnect with address and port.
+CLunBuilder SourceLun(const char* pszSerial)
+{
+    return CLunBuilder::OrvaneLun(pszSerial).ProductRevision("9.1");
+}
+
+class HwProviderTest : public PalTest
+{
+public:
+    void SetUp() override
+    {
+        PalTest::SetUp();
+        CConfig::ResetForTest();
+        ASSERT_HR(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+        ASSERT_HR(S_OK, m_service.Start());
+        COrvaneHardwareProvider::sm_osVersion.dwOSVersionInfoSize = 0; // detect again
+        COrvaneHardwareProvider::sm_fHyperVRoleEnabled = FALSE;
+        COrvaneHardwareProvider::sm_szTesseraVersion[0] = 0;
+        ASSERT_TRUE(COrvaneHardwareProvider::InitializeClass());
+        NewObject();
+        TraceSetLevel(TRACE_LEVEL_INFO);
+    }
+    void TearDown() override
+    {
+        if (m_set)
+            m_set->AbortSnapshots(kSet);
+        m_hw.Release();
+        m_set.Release();
+        m_load.Release();
+        COrvaneHardwareProvider::UninitializeClass();
+        EXPECT_TRUE(WaitUntil([] { return storagesim::ActiveCreationCount() == 0; }));
+        SetVDCacheFalse();
+        m_service.Stop();
+        CoUninitialize();
+        PalTest::TearDown();
+    }
+    // A new object from the class factory, as COM makes it for VSS.
+    void NewObject()
+    {
+        m_hw.Release();
+        m_set.Release();
+        m_load.Release();
+        CComPtr<IClassFactory> factory;
+        ASSERT_HR(S_OK, CComClassFactoryT<COrvaneHardwareProvider>::Create(&factory));
+        ASSERT_HR(S_OK, factory->CreateInstance(nullptr, IID_IVssHardwareSnapshotProviderEx,
+                                                reinterpret_cast<void**>(&m_hw)));
+        ASSERT_HR(S_OK, m_hw->QueryInterface(IID_IVssProviderCreateSnapshotSet,
+                                             reinterpret_cast<void**>(&m_set)));
+        ASSERT_HR(S_OK, m_hw->QueryInterface(IID_IVssProviderNotifications,
+                                             reinterpret_cast<void**>(&m_load)));
+    }
+    // The events since the last call: "id strings... data", one line each.
+    std::string TakeEvents()
+    {
+        std::string text;
+        auto records = eventlog::ReadAll();
+        for (size_t i = m_cEvents; i < records.size(); ++i) {
+            text += HexCode(records[i].dwEventId);
+            for (const auto& s : records[i].strings)
+                text += " " + Narrow(s);
+            if (records[i].data.size() == 4) {
+                DWORD dw;
+                std::memcpy(&dw, records[i].data.data(), 4);
+                text += " data " + HexCode(dw);
+            }
+            text += "\n";
+        }
+        m_cEvents = records.size();
+        return text;
+    }
+    HRESULT Begin(const char* pszSerial, const GUID& snapshot, LONG lContext = 0)
+    {
+        CLunRecord lun(SourceLun(pszSerial));
+        WCHAR szDevice[] = W("\\\\.\\PhysicalDrive1");
+        VSS_PWSZ devices[] = {szDevice};
+        return m_hw->BeginPrepareSnapshot(kSet, snapshot, lContext, 1, devices, &lun.Get());
+    }
+    static storagesim::StateView Storage()
+    {
+        storagesim::StateView view;
+        EXPECT_HR(S_OK, storagesim::ReadState(&view));
+        return view;
+    }
+
+    storagesim::CStorageService m_service;
+    CComPtr<IVssHardwareSnapshotProviderEx> m_hw;
+    CComPtr<IVssProviderCreateSnapshotSet> m_set;
+    CComPtr<IVssProviderNotifications> m_load;
+    size_t m_cEvents = 0;
+};
+
+TEST_F(HwProviderTest, AnswersExactlyItsInterfaces)
+{
+    const std::pair<IID, HRESULT> rows[] = {
+        {IID_IUnknown, S_OK},
+        {IID_IOrvaneHardwareProvider, S_OK},
+        {IID_IVssHardwareSnapshotProvider, S_OK},
+        {IID_IVssHardwareSnapshotProviderEx, S_OK},
+        {IID_IVssProviderNotifications, S_OK},
+        {IID_IVssProviderCreateSnapshotSet, S_OK},
+        {IID_IClassFactory, E_NOINTERFACE},
+        {IID_IErrorInfo, E_NOINTERFACE},
+    };
+    for (const auto& [iid, hr] : rows) {
+        CComPtr<IUnknown> p;
+        EXPECT_HR(hr, m_hw->QueryInterface(iid, reinterpret_cast<void**>(&p)));
+    }
+    // The two hardware interfaces are one part of the object.
+    CComPtr<IUnknown> base;
+    ASSERT_HR(S_OK, m_hw->QueryInterface(IID_IVssHardwareSnapshotProvider,
+                                         reinterpret_cast<void**>(&base)));
+    EXPECT_EQ(static_cast<void*>(base.p), static_cast<void*>(m_hw.p));
+}
+
+// The storage service's version decides whether the provider loads; the comparison is
+// textual, so 10.0.0.0 sorts before 3.2.0.0.
+TEST_F(HwProviderTest, VersionRule)
+{
+    const std::string tooLong(130, '4');
+    const std::pair<std::string, bool> rows[] = {
+        {tooLong, false},  {"3.2.0.0", true},  {"3.3", true},
+        {"4.0.0.1", true}, {"3.1.9.9", false}, {"10.0.0.0", false},
+    };
+    std::string lastRead;
+    for (const auto& [version, fLoads] : rows) {
+        SCOPED_TRACE(version);
+        CRegKey key;
+        ASSERT_EQ(0, key.Create(HKEY_LOCAL_MACHINE, W("Software\\Halvern\\Tessera")));
+        ASSERT_EQ(0, key.SetStringValue(W("ProductVersion"), Wide(version).c_str()));
+        NewObject();
+        TakeEvents();
+        EXPECT_HR(fLoads ? S_OK : VSS_E_PROVIDER_VETO, m_load->OnLoad(nullptr));
+        if (version != tooLong)
+            lastRead = version;
+        EXPECT_EQ(fLoads ? "0x40041000\n" : "0xC004110D " + lastRead + "\n", TakeEvents());
+    }
+}
+
+// Auto-recovery needs an x64 host of version 6 or later whose Hyper-V role is enabled, as the
+// storage service reports it; the detection runs once a process.
+TEST_F(HwProviderTest, AutoRecoveryDetection)
+{
+    struct Row
+    {
+        WORD wArchitecture;
+        DWORD dwMajor;
+        DWORD dwVersionError;
+        bool fRole;
+        BOOL fExpected;
+        const char* line;
+    } rows[] = {
+        {9, 6, 0, true, TRUE, "Hyper-V Role is enabled\n"},
+        {9, 6, 0, false, FALSE,
+         "Hyper-V Role is NOT enabled. Auto-recovery will not be supported\n"},
+        {0, 10, 0, true, FALSE,
+         "Hyper-V Role is NOT enabled. Auto-recovery will not be supported\n"},
+        {9, 5, 0, true, FALSE,
+         "Hyper-V Role is NOT enabled. Auto-recovery will not be supported\n"},
+        {9, 10, ERROR_ACCESS_DENIED, true, FALSE, "GetVersionEx returned error: -2147024891"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.line);
+        COrvaneHardwareProvider::sm_osVersion.dwOSVersionInfoSize = 0;
+        COrvaneHardwareProvider::sm_fHyperVRoleEnabled = FALSE;
+        pal::HostProfile profile = pal::GetHostProfile();
+        profile.wProcessorArchitecture = row.wArchitecture;
+        profile.dwMajorVersion = row.dwMajor;
+        profile.dwGetVersionExError = row.dwVersionError;
+        pal::SetHostProfile(profile);
+        ASSERT_HR(S_OK, storagesim::SetHyperV(true, row.fRole));
+        TakeTraceText();
+        EXPECT_EQ(row.fExpected, IsAutoRecoverySupported());
+        EXPECT_NE(std::string::npos, TakeTraceText().find(row.line));
+        // Cached: the service is not asked again.
+        ASSERT_HR(S_OK, storagesim::SetHyperV(true, !row.fRole));
+        EXPECT_EQ(row.fExpected, IsAutoRecoverySupported());
+    }
+}
+
+// A whole set through the interfaces, on data.
+TEST_F(HwProviderTest, WholeSetOnData)
+{
+    ASSERT_HR(S_OK, m_load->OnLoad(nullptr));
+    CLunRecord lunE(SourceLun(kLunE));
+    WCHAR szDevice[] = W("\\\\.\\PhysicalDrive1");
+    VSS_PWSZ devices[] = {szDevice};
+    BOOL fSupported = FALSE;
+    ASSERT_HR(S_OK, m_hw->AreLunsSupported(1, 0, devices, &lunE.Get(), &fSupported));
+    EXPECT_TRUE(fSupported);
+    EXPECT_EQ(VDSBusTypeScsi, lunE->m_BusType);
+    GUID snapshots[2] = {kSet, kSet};
+    snapshots[1].Data2 = 0xbbbb;
+    ASSERT_HR(S_OK, Begin(kLunE, snapshots[0]));
+    ASSERT_HR(S_OK, Begin(kLunF, snapshots[1]));
+    ASSERT_HR(S_OK, m_set->EndPrepareSnapshots(kSet));
+    ASSERT_HR(S_OK, storagesim::WriteLunData("verdane01", "/vol/vol1/lun1", 0, "before"));
+    ASSERT_HR(S_OK, m_set->CommitSnapshots(kSet));
+    ASSERT_HR(S_OK, storagesim::WriteLunData("verdane01", "/vol/vol1/lun1", 0, "after!"));
+    EXPECT_HR(S_OK, m_set->PostCommitSnapshots(kSet, 2));
+
+    CLunRecord sources[] = {CLunRecord(SourceLun(kLunE)), CLunRecord(SourceLun(kLunF))};
+    CLunRecord targets[] = {CLunRecord(SourceLun(kLunE)), CLunRecord(SourceLun(kLunF))};
+    VDS_LUN_INFORMATION destinations[2];
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_HR(S_OK, m_hw->GetTargetLuns(1, devices, &sources[i].Get(), &targets[i].Get()));
+        EXPECT_NE(std::string(i ? kLunF : kLunE), targets[i]->m_szSerialNumber);
+        ASSERT_EQ(1u, targets[i]->m_cInterconnects);
+        destinations[i] = targets[i].Get();
+    }
+    ASSERT_HR(S_OK, m_hw->LocateLuns(2, destinations));
+    const std::string path1 = reinterpret_cast<char*>(targets[0]->m_rgInterconnects[0].m_pbAddress);
+    std::string data;
+    ASSERT_HR(S_OK, storagesim::ReadLunData("verdane01", path1, 0, 6, &data));
+    EXPECT_EQ("before", data);
+
+    // The new disk as the host reports it: recognised, its interconnect fixed.
+    CLunRecord disk(SourceLun(targets[0]->m_szSerialNumber));
+    ASSERT_HR(S_OK, m_hw->FillInLunInfo(szDevice, &disk.Get(), &fSupported));
+    EXPECT_TRUE(fSupported);
+    EXPECT_EQ(path1, reinterpret_cast<char*>(disk->m_rgInterconnects[0].m_pbAddress));
+    ASSERT_HR(S_OK, m_hw->OnLunEmpty(szDevice, &targets[0].Get()));
+    for (const auto& lun : Storage().luns)
+        EXPECT_NE(path1, lun.path);
+    EXPECT_EQ(std::string::npos, TakeEvents().find("0xC"));
+}
+
+// Failures: the code VSS receives, the real code in the trace, the events.
+TEST_F(HwProviderTest, GuardedFailures)
+{
+    ASSERT_HR(S_OK, m_load->OnLoad(nullptr));
+    TakeEvents();
+    CLunRecord lunE(SourceLun(kLunE));
+    WCHAR szDevice[] = W("\\\\.\\PhysicalDrive1");
+    VSS_PWSZ devices[] = {szDevice, szDevice};
+    BOOL fSupported = 7;
+    EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->AreLunsSupported(2, 0, devices, &lunE.Get(), &fSupported));
+    EXPECT_EQ(7, fSupported);
+    EXPECT_EQ("0xC0041105 data 0xC0040301\n", TakeEvents());
+    EXPECT_NE(std::string::npos, TakeTraceText().find("Returned hr=0xc0040301\n"));
+
+    ULONGLONG mask = 5;
+    EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->GetProviderCapabilities(&mask));
+    EXPECT_EQ(5u, mask);
+    CLunRecord bare(CLunBuilder().VendorId("ORVANE").SerialNumber("x"));
+    EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->OnLunEmpty(szDevice, &bare.Get()));
+    EXPECT_HR(VSS_E_PROVIDER_VETO, m_set->EndPrepareSnapshots(kOther));
+    EXPECT_EQ("0xC0041109 \\\\.\\PhysicalDrive1 data 0xC0040303\n"
+              "0xC004110B {5e7a11d0-2222-4a4a-0102-030405060708} data 0xC0040302\n",
+              TakeEvents());
+
+    // The commit hands VSS the core's own code; the abort reports it afterwards.
+    EXPECT_HR(ORVPROV_E_INCONSISTENT_SNAPSHOTSETID, m_set->CommitSnapshots(kOther));
+    EXPECT_EQ("", TakeEvents());
+    EXPECT_HR(S_OK, m_set->AbortSnapshots(kSet));
+    EXPECT_EQ("0xC0041102 {5e7a11d0-2222-4a4a-0102-030405060708} data 0xC0040302\n"
+              "0xC0041104 {5e7a11d0-1111-4a4a-0102-030405060708}\n",
+              TakeEvents());
+}
+
+// No line reaches the trace file during the commit, not even its own scope's; the next does.
+TEST_F(HwProviderTest, CommitKeepsTheTraceFileQuiet)
+{
+    ASSERT_HR(S_OK, m_load->OnLoad(nullptr));
+    ASSERT_HR(S_OK, Begin(kLunE, kSet));
+    ASSERT_HR(S_OK, m_set->EndPrepareSnapshots(kSet));
+    const std::filesystem::path dir = MakeDir("trace");
+    TraceInit(TRACE_LEVEL_VERBOSE, Wide(dir.string() + "/").c_str(), W("orvp"), 0);
+    ASSERT_HR(S_OK, m_set->CommitSnapshots(kSet));
+    ASSERT_HR(S_OK, m_set->PreFinalCommitSnapshots(kSet));
+    TraceClose();
+    std::stringstream file;
+    for (const auto& entry : std::filesystem::directory_iterator(dir))
+        file << std::ifstream(entry.path()).rdbuf();
+    EXPECT_EQ(std::string::npos, file.str().find("::CommitSnapshots() "));
+    EXPECT_NE(std::string::npos, file.str().find("PreFinalCommitSnapshots() entered"));
+}
+
+// Of GetTargetLuns calls that arrive together, exactly one builds; the next set builds again.
+TEST_F(HwProviderTest, TargetLunsBuiltOncePerSet)
+{
+    ASSERT_HR(S_OK, m_load->OnLoad(nullptr));
+    for (int set = 0; set < 2; ++set) {
+        ASSERT_HR(S_OK, Begin(kLunE, kSet));
+        ASSERT_HR(S_OK, m_set->EndPrepareSnapshots(kSet));
+        ASSERT_HR(S_OK, m_set->CommitSnapshots(kSet));
+        TakeTraceText();
+        std::vector<std::thread> threads;
+        // No LUNs: the calls race for the build alone, as the core's lists take no lock.
+        for (int i = 0; i < 4; ++i)
+            threads.emplace_back([this] {
+                CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+                EXPECT_HR(S_OK, m_hw->GetTargetLuns(0, nullptr, nullptr, nullptr));
+                CoUninitialize();
+            });
+        for (auto& thread : threads)
+            thread.join();
+        const std::string trace = TakeTraceText();
+        EXPECT_EQ(trace.find("Building target lun info first...\n"),
+                  trace.rfind("Building target lun info first...\n"));
+        EXPECT_NE(std::string::npos, trace.find("Building target lun info first...\n"));
+        // The set's LUN now has its target, without a second build.
+        CLunRecord source(SourceLun(kLunE)), target(SourceLun(kLunE));
+        WCHAR szDevice[] = W("\\\\.\\PhysicalDrive1");
+        VSS_PWSZ devices[] = {szDevice};
+        EXPECT_HR(S_OK, m_hw->GetTargetLuns(1, devices, &source.Get(), &target.Get()));
+        EXPECT_NE(std::string(kLunE), target->m_szSerialNumber);
+        EXPECT_EQ(std::string::npos, TakeTraceText().find("Building target lun info first"));
+        ASSERT_HR(S_OK, m_set->AbortSnapshots(kSet));
+    }
+}
+
+} // namespace
