@@ -119,6 +119,14 @@ ULONG ActiveCreationCount()
     return s.m_cCreations;
 }
 
+HRESULT InstallService()
+{
+    detail::CHostSettings settings;
+    if (HRESULT hr = detail::ReadHostSettings(&settings); FAILED(hr))
+        return hr;
+    return detail::WriteProductVersion(settings.version);
+}
+
 HRESULT CStorageService::Start()
 {
     if (m_fRunning)

@@ -160,6 +160,10 @@ HRESULT ListFaults(std::vector<FaultInfo>* pFaults);
 // The method names a rule may name.
 const std::vector<std::string>& FaultableMethods();
 
+// Installs the service on the machine as its setup does: writes the state's version under
+// "Software\Halvern\Tessera", where the provider reads it when VSS loads it.
+HRESULT InstallService();
+
 // ---- The service in this process ----
 // Registers the service's class objects (CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE) and writes
 // the service's version to the registry. The calling thread must have initialised COM.

@@ -6,6 +6,7 @@
 #include "tests/pal/registry/registry_testing.h"
 
 #include "pal/atlbase.h"
+#include "pal/regkey.h"
 
 #include <fstream>
 #include <string>
@@ -63,6 +64,13 @@ TEST_F(OrvsimStorageTest, InitTakesATopologyFileAndAVersion)
     storagesim::StateView view;
     ASSERT_HR(S_OK, storagesim::ReadState(&view));
     EXPECT_EQ("LAB", view.machine);
+    // Installed: the provider finds the version where the service's setup writes it.
+    CRegKey key;
+    WCHAR szVersion[16];
+    ULONG cch = 16;
+    ASSERT_EQ(0, key.Open(HKEY_LOCAL_MACHINE, W("Software\\Halvern\\Tessera"), KEY_READ));
+    ASSERT_EQ(0, key.QueryStringValue(W("ProductVersion"), szVersion, &cch));
+    EXPECT_EQ("3.3", orvtest::Narrow(szVersion));
 }
 
 TEST_F(OrvsimStorageTest, InitRefusesABadTopologyAndKeepsTheState)

@@ -284,6 +284,8 @@ private:
         }
         std::string message;
         HRESULT hr = storagesim::InitializeState(topology, m_version, &message);
+        if (SUCCEEDED(hr) && FAILED(hr = storagesim::InstallService()))
+            message = "The service's version cannot be written to the registry.";
         if (FAILED(hr))
             return Fail(message.empty() ? "The storage state cannot be set up (" + Hex(hr) + ")."
                                         : message);
