@@ -19,6 +19,10 @@ void SetClockScale(DWORD factor);
 DWORD GetClockScale();
 // Added to every GetTickCount result, e.g. to start just before the 32-bit wrap.
 void SetTickCountOffset(DWORD offsetMs);
+// The calling thread's next GetTickCount calls answer these values, in order, instead of the
+// clock; for timings that must come out to the exact millisecond. Other threads are not
+// affected.
+void ScriptTickCounts(const std::vector<DWORD>& values);
 // From now on the local time runs on (at the clock's scale) from `st`.
 void SetLocalTimeForTest(const SYSTEMTIME& st);
 // Back to the machine's real local time.

@@ -111,6 +111,7 @@ void ResetForTest()
     FailNothrowNewAt(0);
     SetClockScale(1);
     SetTickCountOffset(0);
+    ScriptTickCounts({});
     ResetLocalTimeForTest();
     std::lock_guard lock(g_controlLock);
     g_control = ControlState{};

@@ -4,6 +4,7 @@
 #include "pal/sysinfoapi.h"
 
 #include <ctime>
+#include <deque>
 #include <mutex>
 #include <thread>
 
@@ -27,6 +28,7 @@ struct ClockState
 
 std::mutex g_clockLock;
 ClockState g_clock;
+thread_local std::deque<DWORD> t_scriptedTicks;
 
 ULONGLONG PlatformMsLocked()
 {
@@ -71,6 +73,11 @@ void SetTickCountOffset(DWORD offsetMs)
     g_clock.dwTickOffset = offsetMs;
 }
 
+void ScriptTickCounts(const std::vector<DWORD>& values)
+{
+    t_scriptedTicks.assign(values.begin(), values.end());
+}
+
 void SetLocalTimeForTest(const SYSTEMTIME& st)
 {
     std::tm tm{};
@@ -113,6 +120,11 @@ std::chrono::nanoseconds RealDuration(DWORD ms)
 
 DWORD WINAPI GetTickCount()
 {
+    if (!t_scriptedTicks.empty()) {
+        DWORD dw = t_scriptedTicks.front();
+        t_scriptedTicks.pop_front();
+        return dw;
+    }
     std::lock_guard lock(g_clockLock);
     return static_cast<DWORD>(PlatformMsLocked() + g_clock.dwTickOffset);
 }

@@ -4,6 +4,8 @@
 #include "pal/sysinfoapi.h"
 #include "tests/support/paltest.h"
 
+#include <thread>
+
 namespace {
 
 using ClockTest = orvtest::PalTest;
@@ -47,6 +49,18 @@ TEST_F(ClockTest, TickCountWrapsAndUnsignedDifferenceStillMeasures)
     EXPECT_LT(dwAfter, dwBefore) << "the count has wrapped";
     EXPECT_GE(dwAfter - dwBefore, 2000u);
     EXPECT_LT(dwAfter - dwBefore, 2000u + 100u * 5000u); // five real seconds of slack
+}
+
+// Scripted tick counts answer the calling thread only, once each, then the clock again.
+TEST_F(ClockTest, ScriptedTickCountsAnswerTheirThreadOnce)
+{
+    pal::ScriptTickCounts({7, 0xFFFFFFF0});
+    DWORD dwOther = 0;
+    std::thread([&] { dwOther = GetTickCount(); }).join();
+    EXPECT_NE(7u, dwOther);
+    EXPECT_EQ(7u, GetTickCount());
+    EXPECT_EQ(0xFFFFFFF0u, GetTickCount());
+    EXPECT_NE(0xFFFFFFF0u, GetTickCount());
 }
 
 TEST_F(ClockTest, LocalTimeCrossesMidnightDuringAWait)

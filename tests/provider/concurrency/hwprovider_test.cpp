@@ -310,6 +310,36 @@ TEST_F(HwProviderTest, CommitKeepsTheTraceFileQuiet)
     EXPECT_NE(std::string::npos, file.str().find("PreFinalCommitSnapshots() entered"));
 }
 
+// The commit is timed on the tick count, a wrap included; a commit of more than 10000 ms is
+// reported as slow when the set is aborted, one of 10000 ms is not.
+TEST_F(HwProviderTest, CommitTiming)
+{
+    ASSERT_HR(S_OK, m_load->OnLoad(nullptr));
+    const std::string set = " {5e7a11d0-1111-4a4a-0102-030405060708}";
+    struct Row
+    {
+        DWORD dwStart, dwEnd;
+        std::string postCommit, abort;
+    } rows[] = {
+        {1000, 11000, "0x40041002" + set + " 10000\n", "0xC0041104" + set + "\n"},
+        {1000, 11001, "0x40041002" + set + " 10001\n",
+         "0x8004110C" + set + " 10001\n0xC0041104" + set + "\n"},
+        {0xFFFFFF00, 0x10, "0x40041002" + set + " 272\n", "0xC0041104" + set + "\n"},
+    };
+    for (const Row& row : rows) {
+        ASSERT_HR(S_OK, Begin(kLunE, kSet));
+        ASSERT_HR(S_OK, m_set->EndPrepareSnapshots(kSet));
+        TakeEvents();
+        // The front's two readings around the store's own two.
+        pal::ScriptTickCounts({row.dwStart, row.dwStart, row.dwEnd, row.dwEnd});
+        ASSERT_HR(S_OK, m_set->CommitSnapshots(kSet));
+        ASSERT_HR(S_OK, m_set->PostCommitSnapshots(kSet, 1));
+        EXPECT_EQ(row.postCommit, TakeEvents());
+        ASSERT_HR(S_OK, m_set->AbortSnapshots(kSet));
+        EXPECT_EQ(row.abort, TakeEvents());
+    }
+}
+
 // Of GetTargetLuns calls that arrive together, exactly one builds; the next set builds again.
 TEST_F(HwProviderTest, TargetLunsBuiltOncePerSet)
 {
@@ -342,6 +372,18 @@ TEST_F(HwProviderTest, TargetLunsBuiltOncePerSet)
         EXPECT_EQ(std::string::npos, TakeTraceText().find("Building target lun info first"));
         ASSERT_HR(S_OK, m_set->AbortSnapshots(kSet));
     }
+    // A failed build is tried again by the next call (which fails too: the failure ended the
+    // set).
+    ASSERT_HR(S_OK, Begin(kLunE, kSet));
+    ASSERT_HR(S_OK, m_set->EndPrepareSnapshots(kSet));
+    ASSERT_HR(S_OK, m_set->CommitSnapshots(kSet));
+    ASSERT_HR(S_OK, storagesim::SetFault("GetTargetLunInfo", E_ACCESSDENIED, 1));
+    TakeEvents();
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->GetTargetLuns(0, nullptr, nullptr, nullptr));
+        EXPECT_NE(std::string::npos, TakeTraceText().find("Building target lun info first"));
+    }
+    EXPECT_EQ(0u, TakeEvents().rfind("0xC0041107 data 0xC0040304\n", 0));
 }
 
 } // namespace
