@@ -290,6 +290,37 @@ TEST_F(HwProviderTest, GuardedFailures)
     EXPECT_EQ("0xC0041102 {5e7a11d0-2222-4a4a-0102-030405060708} data 0xC0040302\n"
               "0xC0041104 {5e7a11d0-1111-4a4a-0102-030405060708}\n",
               TakeEvents());
+    // Without the class's writer the codes and the trace are the same, and no event is written.
+    COrvaneHardwareProvider::UninitializeClass();
+    TakeTraceText();
+    EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->AreLunsSupported(2, 0, devices, &lunE.Get(), &fSupported));
+    EXPECT_NE(std::string::npos, TakeTraceText().find("Returned hr=0xc0040301\n"));
+    EXPECT_EQ("", TakeEvents());
+}
+
+// A core that cannot be made or initialised fails the load with its own code in the event.
+TEST_F(HwProviderTest, LoadFailures)
+{
+    const std::pair<ULONG, const char*> rows[] = {
+        {1, "new CProviderCoreFAILED\n"},
+        {2, "m_pProvider->Initialize FAILED [hr=0x8007000e]\n"},
+    };
+    for (const auto& [nth, line] : rows) {
+        NewObject();
+        TakeEvents();
+        TakeTraceText();
+        pal::FailNothrowNewAt(nth, true);
+        EXPECT_HR(E_OUTOFMEMORY, m_load->OnLoad(nullptr));
+        pal::FailNothrowNewAt(0);
+        EXPECT_NE(std::string::npos, TakeTraceText().find(line));
+        EXPECT_EQ("0xC0041100 data 0x8007000E\n", TakeEvents());
+    }
+    // A second load keeps the one core.
+    ASSERT_HR(S_OK, m_load->OnLoad(nullptr));
+    ASSERT_HR(S_OK, Begin(kLunE, kSet));
+    ASSERT_HR(S_OK, m_load->OnLoad(nullptr));
+    ASSERT_HR(S_OK, m_load->OnUnload(FALSE));
+    EXPECT_HR(S_OK, m_set->EndPrepareSnapshots(kSet));
 }
 
 // No line reaches the trace file during the commit, not even its own scope's; the next does.
