@@ -39,6 +39,15 @@ CLunBuilder SourceLun(const char* pszSerial)
     return CLunBuilder::OrvaneLun(pszSerial).ProductRevision("9.1");
 }
 
+// A destination record to be filled. GetTargetLuns zeroes its identifier count and keeps the
+// identifier array, so a record that had identifiers would lose their bytes to whoever frees it
+// by its counts: this one has none.
+CLunBuilder TargetShell(const char* pszSerial)
+{
+    return CLunBuilder().VendorId("ORVANE").ProductId("LUN").ProductRevision("9.1").SerialNumber(
+        pszSerial);
+}
+
 class HwProviderTest : public PalTest
 {
 public:
@@ -234,7 +243,7 @@ TEST_F(HwProviderTest, WholeSetOnData)
     EXPECT_HR(S_OK, m_set->PostCommitSnapshots(kSet, 2));
 
     CLunRecord sources[] = {CLunRecord(SourceLun(kLunE)), CLunRecord(SourceLun(kLunF))};
-    CLunRecord targets[] = {CLunRecord(SourceLun(kLunE)), CLunRecord(SourceLun(kLunF))};
+    CLunRecord targets[] = {CLunRecord(TargetShell(kLunE)), CLunRecord(TargetShell(kLunF))};
     VDS_LUN_INFORMATION destinations[2];
     for (int i = 0; i < 2; ++i) {
         ASSERT_HR(S_OK, m_hw->GetTargetLuns(1, devices, &sources[i].Get(), &targets[i].Get()));
@@ -395,7 +404,7 @@ TEST_F(HwProviderTest, TargetLunsBuiltOncePerSet)
                   trace.rfind("Building target lun info first...\n"));
         EXPECT_NE(std::string::npos, trace.find("Building target lun info first...\n"));
         // The set's LUN now has its target, without a second build.
-        CLunRecord source(SourceLun(kLunE)), target(SourceLun(kLunE));
+        CLunRecord source(SourceLun(kLunE)), target(TargetShell(kLunE));
         WCHAR szDevice[] = W("\\\\.\\PhysicalDrive1");
         VSS_PWSZ devices[] = {szDevice};
         EXPECT_HR(S_OK, m_hw->GetTargetLuns(1, devices, &source.Get(), &target.Get()));
