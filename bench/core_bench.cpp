@@ -2,6 +2,7 @@
 // cut, trace level 0), for sets of 1, 8 and 64 LUNs spread over two filers: adding the LUNs and
 // preparing, the commit, and learning and mapping the target LUNs; and the recognition of a
 // mapped LUN among 1,000 in the target LUN map.
+#include "bench/benchmachine.h"
 #include "core/providercore.h"
 #include "diag/trace.h"
 #include "provider/hwprovider.h"
@@ -26,65 +27,43 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-class BenchMachine
+// The serial number of LUN i of the machines below.
+std::string Serial(int i)
 {
-public:
-    BenchMachine()
-    {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "orvsim-core-bench-XXXXXX").string();
-        if (mkdtemp(pattern.data()))
-            m_root = pattern;
-        setenv("ORVSIM_ROOT", m_root.c_str(), 1);
-        pal::CaptureDebugOutput(true);
-        TraceSetLevel(0);
-        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    }
-    ~BenchMachine()
-    {
-        m_service.Stop();
-        CoUninitialize();
-        std::error_code ec;
-        std::filesystem::remove_all(m_root, ec);
-    }
-    // A fresh machine of `count` LUNs, alternately on two filers, with the instant cut.
-    HRESULT Start(int count)
-    {
-        m_service.Stop();
-        SetVDCacheFalse();
-        std::string filers[2];
-        char buffer[160];
-        for (int i = 0; i < count; i++) {
-            std::snprintf(buffer, sizeof(buffer),
-                          "%s{\"name\": \"l%d\", \"serial\": \"%s\", \"sizeMiB\": 1, "
-                          "\"host\": {\"lun\": %d, \"mountPoints\": [\"C:\\\\m\\\\%d\\\\\"]}}",
-                          filers[i % 2].empty() ? "" : ", ", i, Serial(i).c_str(), i % 256, i);
-            filers[i % 2] += buffer;
-        }
-        std::string topology = R"({"cut": "instant", "filers": [)";
-        for (int f = 0; f < 2; f++)
-            topology += std::string(f ? ", " : "") + "{\"name\": \"verdane0" +
-                        std::to_string(f + 1) + "\", \"volumes\": [{\"name\": \"v\", \"luns\": [" +
-                        filers[f] + "]}]}";
-        HRESULT hr = storagesim::InitializeState(topology + "]}", "");
-        return SUCCEEDED(hr) ? m_service.Start() : hr;
-    }
-    static std::string Serial(int i)
-    {
-        char serial[16];
-        std::snprintf(serial, sizeof(serial), "S%011d", i);
-        return serial;
-    }
+    char serial[16];
+    std::snprintf(serial, sizeof(serial), "S%011d", i);
+    return serial;
+}
 
-private:
-    std::string m_root;
-    storagesim::CStorageService m_service;
-};
+// A fresh machine of `count` LUNs, alternately on two filers, with the instant cut.
+std::string Topology(int count)
+{
+    std::string filers[2];
+    char buffer[160];
+    for (int i = 0; i < count; i++) {
+        std::snprintf(buffer, sizeof(buffer),
+                      "%s{\"name\": \"l%d\", \"serial\": \"%s\", \"sizeMiB\": 1, "
+                      "\"host\": {\"lun\": %d, \"mountPoints\": [\"C:\\\\m\\\\%d\\\\\"]}}",
+                      filers[i % 2].empty() ? "" : ", ", i, Serial(i).c_str(), i % 256, i);
+        filers[i % 2] += buffer;
+    }
+    std::string topology = R"({"cut": "instant", "filers": [)";
+    for (int f = 0; f < 2; f++)
+        topology += std::string(f ? ", " : "") + "{\"name\": \"verdane0" + std::to_string(f + 1) +
+                    "\", \"volumes\": [{\"name\": \"v\", \"luns\": [" + filers[f] + "]}]}";
+    return topology + "]}";
+}
 
 BenchMachine& Machine()
 {
-    static BenchMachine machine;
+    static BenchMachine machine("orvsim-core-bench");
     return machine;
+}
+
+HRESULT StartMachine(int count)
+{
+    SetVDCacheFalse();
+    return Machine().Start(Topology(count));
 }
 
 double Since(Clock::time_point start)
@@ -102,7 +81,7 @@ HRESULT BuildSet(CProviderCore& core, const GUID& set, int count, double* pUs,
     for (int i = 0; i < count; i++) {
         GUID snapshot = set;
         snapshot.Data2 = static_cast<USHORT>(i);
-        std::u16string serial = pal::Utf8ToUtf16(BenchMachine::Serial(i));
+        std::u16string serial = pal::Utf8ToUtf16(Serial(i));
         HRESULT hr = core.AddSnapshot(&set, &snapshot, u"ORVANE", u"LUN", u"9.1",
                                       reinterpret_cast<LPCWSTR>(serial.c_str()), u"\\\\.\\D", 0);
         if (FAILED(hr))
@@ -150,7 +129,7 @@ void BM_SetLife(benchmark::State& state)
 {
     const int count = static_cast<int>(state.range(0));
     CProviderCore core;
-    if (FAILED(Machine().Start(count)) || FAILED(core.Initialize())) {
+    if (FAILED(StartMachine(count)) || FAILED(core.Initialize())) {
         state.SkipWithError("the simulated service did not start");
         return;
     }
@@ -191,7 +170,7 @@ void BM_VerifyMappedTargetLun(benchmark::State& state)
     CProviderCore core;
     GUID set = {0x1000, 0xbe, 0xcc, {1, 2, 3, 4, 5, 6, 7, 8}};
     double us[3];
-    if (FAILED(Machine().Start(kLuns)) || FAILED(core.Initialize()) ||
+    if (FAILED(StartMachine(kLuns)) || FAILED(core.Initialize()) ||
         FAILED(BuildSet(core, set, kLuns, us))) {
         state.SkipWithError("the mapped set could not be made");
         return;
@@ -218,7 +197,7 @@ BENCHMARK(BM_VerifyMappedTargetLun)->Iterations(50)->Unit(benchmark::kMicrosecon
 // share of the time VSS holds the host's writes.
 void BM_CommitThroughTheFront(benchmark::State& state)
 {
-    if (FAILED(Machine().Start(1))) {
+    if (FAILED(StartMachine(1))) {
         state.SkipWithError("the simulated service did not start");
         return;
     }
@@ -247,13 +226,13 @@ void BM_CommitThroughTheFront(benchmark::State& state)
         HRESULT hr;
         if (fFront) {
             orvtest::CLunRecord lun(
-                orvtest::CLunBuilder::OrvaneLun(BenchMachine::Serial(0)).ProductRevision("9.1"));
+                orvtest::CLunBuilder::OrvaneLun(Serial(0)).ProductRevision("9.1"));
             hr = hw->BeginPrepareSnapshot(id, id, 0, 1, devices, &lun.Get());
             if (SUCCEEDED(hr))
                 hr = set->EndPrepareSnapshots(id);
         } else {
             core.SetSnapshotSetId(&id);
-            std::u16string serial = pal::Utf8ToUtf16(BenchMachine::Serial(0));
+            std::u16string serial = pal::Utf8ToUtf16(Serial(0));
             hr = core.AddSnapshot(&id, &id, u"ORVANE", u"LUN", u"9.1",
                                   reinterpret_cast<LPCWSTR>(serial.c_str()), u"D", 0);
             if (SUCCEEDED(hr))

@@ -1,6 +1,7 @@
 // The storage service client's two measured paths, against the simulated service in this
 // process: the commit's hand-off (releasing the held callback until the creation's result is
 // back) and a cached LUN verification among 10,000 virtual disks.
+#include "bench/benchmachine.h"
 #include "diag/config.h"
 #include "diag/trace.h"
 #include "provider/strings.h"
@@ -23,43 +24,9 @@
 
 namespace {
 
-// A machine root of its own and the service started in this process for the whole run.
-class BenchMachine
-{
-public:
-    BenchMachine()
-    {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "orvsim-store-bench-XXXXXX").string();
-        if (mkdtemp(pattern.data()))
-            m_root = pattern;
-        setenv("ORVSIM_ROOT", m_root.c_str(), 1);
-        pal::CaptureDebugOutput(true);
-        TraceSetLevel(0);
-        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    }
-    ~BenchMachine()
-    {
-        m_service.Stop();
-        CoUninitialize();
-        std::error_code ec;
-        std::filesystem::remove_all(m_root, ec);
-    }
-    HRESULT Start(const std::string& topology)
-    {
-        m_service.Stop();
-        HRESULT hr = storagesim::InitializeState(topology, "");
-        return SUCCEEDED(hr) ? m_service.Start() : hr;
-    }
-
-private:
-    std::string m_root;
-    storagesim::CStorageService m_service;
-};
-
 BenchMachine& Machine()
 {
-    static BenchMachine machine;
+    static BenchMachine machine("orvsim-store-bench");
     return machine;
 }
 

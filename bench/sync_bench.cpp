@@ -38,4 +38,4 @@ void BM_PollSignalledManualEvent(benchmark::State& state)
 }
 BENCHMARK(BM_PollSignalledManualEvent);
 
-}  // namespace
+} // namespace

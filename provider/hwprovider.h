@@ -92,6 +92,8 @@ public:
     static BOOLEAN sm_fHyperVRoleEnabled;
 
 private:
+    // Null until a load succeeds. VSS does not use an object whose load failed; should it call
+    // one anyway, the operations answer ORVPROV_E_UNEXPECTED_ERROR or do nothing.
     CProviderCore* m_pProvider;
     // 1 once GetTargetLuns has started building the current set's target LUN information.
     LONG m_lTargetLunsInfoBuilt;

@@ -93,7 +93,6 @@ STDMETHODIMP COrvaneHardwareProvider::AreLunsSupported(LONG lLunCount, LONG lCon
 {
     CTraceScope scope(W("COrvaneHardwareProvider::AreLunsSupported"));
     CCallGuard guard(CallGuardOp::AreLunsSupported, m_pEvent);
-    // Only a loaded object has a core; VSS does not use one whose load failed.
     if (m_pProvider == nullptr)
         return guard.SetResult(ORVPROV_E_UNEXPECTED_ERROR);
     TRACE(TRACE_LEVEL_INFO, W("lLunCount=%d\n"), lLunCount);
@@ -156,7 +155,6 @@ STDMETHODIMP COrvaneHardwareProvider::BeginPrepareSnapshot(VSS_ID SnapshotSetId,
 {
     CTraceScope scope(W("COrvaneHardwareProvider::BeginPrepareSnapshot"));
     CCallGuard guard(CallGuardOp::BeginPrepareSnapshot, m_pEvent);
-    // Only a loaded object has a core; VSS does not use one whose load failed.
     if (m_pProvider == nullptr)
         return guard.SetResult(ORVPROV_E_UNEXPECTED_ERROR);
     if (TraceIsOn(TRACE_LEVEL_INFO)) {
@@ -251,7 +249,6 @@ STDMETHODIMP COrvaneHardwareProvider::GetTargetLuns(LONG lLunCount, VSS_PWSZ* rg
 {
     CTraceScope scope(W("COrvaneHardwareProvider::GetTargetLuns"));
     CCallGuard guard(CallGuardOp::GetTargetLuns, m_pEvent);
-    // Only a loaded object has a core; VSS does not use one whose load failed.
     if (m_pProvider == nullptr)
         return guard.SetResult(ORVPROV_E_UNEXPECTED_ERROR);
     TRACE(TRACE_LEVEL_INFO, W("lLunCount=%d\n"), lLunCount);
@@ -312,7 +309,6 @@ STDMETHODIMP COrvaneHardwareProvider::LocateLuns(LONG lLunCount, VDS_LUN_INFORMA
 {
     CTraceScope scope(W("COrvaneHardwareProvider::LocateLuns"));
     CCallGuard guard(CallGuardOp::LocateLuns, m_pEvent);
-    // Only a loaded object has a core; VSS does not use one whose load failed.
     if (m_pProvider == nullptr)
         return guard.SetResult(ORVPROV_E_UNEXPECTED_ERROR);
     TRACE(TRACE_LEVEL_INFO, W("lLunCount=%d\n"), lLunCount);
@@ -368,7 +364,6 @@ STDMETHODIMP COrvaneHardwareProvider::OnLunEmpty(VSS_PWSZ wszDeviceName,
 {
     CTraceScope scope(W("COrvaneHardwareProvider::OnLunEmpty"));
     CCallGuard guard(CallGuardOp::OnLunEmpty, m_pEvent, wszDeviceName);
-    // Only a loaded object has a core; VSS does not use one whose load failed.
     if (m_pProvider == nullptr)
         return guard.SetResult(ORVPROV_E_UNEXPECTED_ERROR);
     const VDS_LUN_INFORMATION& lun = *pInformation;
@@ -408,7 +403,6 @@ STDMETHODIMP COrvaneHardwareProvider::FillInLunInfo(VSS_PWSZ wszDeviceName,
 {
     CTraceScope scope(W("COrvaneHardwareProvider::FillInLunInfo"));
     CCallGuard guard(CallGuardOp::FillInLunInfo, m_pEvent, wszDeviceName);
-    // Only a loaded object has a core; VSS does not use one whose load failed.
     if (m_pProvider == nullptr)
         return guard.SetResult(ORVPROV_E_UNEXPECTED_ERROR);
     VDS_LUN_INFORMATION& lun = *pLunInfo;
@@ -446,7 +440,6 @@ STDMETHODIMP COrvaneHardwareProvider::OnLunStateChange(VDS_LUN_INFORMATION* pSna
 {
     CTraceScope scope(W("COrvaneHardwareProvider::OnLunStateChange"));
     CCallGuard guard(CallGuardOp::OnLunStateChange, m_pEvent);
-    // Only a loaded object has a core; VSS does not use one whose load failed.
     if (m_pProvider == nullptr)
         return guard.SetResult(ORVPROV_E_UNEXPECTED_ERROR);
     VDS_LUN_INFORMATION& lun = pSnapshotLuns[0];

@@ -48,7 +48,6 @@ STDMETHODIMP COrvaneHardwareProvider::EndPrepareSnapshots(VSS_ID SnapshotSetId)
     CTraceScope scope(W("COrvaneHardwareProvider::EndPrepareSnapshots"));
     WCHAR szSetId[SNAPSHOT_SET_NAME_CCH] = {};
     CCallGuard guard(CallGuardOp::EndPrepareSnapshots, m_pEvent, szSetId);
-    // Only a loaded object has a core; VSS does not use one whose load failed.
     if (m_pProvider == nullptr)
         return guard.SetResult(ORVPROV_E_UNEXPECTED_ERROR);
     FormatGuidName(SnapshotSetId, szSetId);
