@@ -266,6 +266,17 @@ TEST_F(HwProviderTest, WholeSetOnData)
     for (const auto& lun : Storage().luns)
         EXPECT_NE(path1, lun.path);
     EXPECT_EQ(std::string::npos, TakeEvents().find("0xC"));
+
+    // The second LUN's state changes: recognised and fixed, then handed to the core, which
+    // refuses a break flag; another vendor's LUN is not the provider's business.
+    CLunRecord second(SourceLun(targets[1]->m_szSerialNumber));
+    EXPECT_HR(S_OK, m_hw->OnLunStateChange(&second.Get(), nullptr, 1, 0x100));
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(targets[1]->m_rgInterconnects[0].m_pbAddress)),
+              reinterpret_cast<char*>(second->m_rgInterconnects[0].m_pbAddress));
+    EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->OnLunStateChange(&second.Get(), nullptr, 1, 0x1));
+    CLunRecord foreign(SourceLun("AC00000000K1").VendorId("ACMEDISK"));
+    EXPECT_HR(S_OK, m_hw->OnLunStateChange(&foreign.Get(), nullptr, 1, 0x1));
+    EXPECT_EQ("0xC0041110 data 0x8004231B\n", TakeEvents());
 }
 
 // Failures: the code VSS receives, the real code in the trace, the events.
