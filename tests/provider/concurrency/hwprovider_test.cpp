@@ -14,6 +14,7 @@
 
 #include "pal/atlbase.h"
 #include "pal/combaseapi.h"
+#include "pal/interlockedapi.h"
 #include "pal/palcontrol.h"
 #include "pal/regkey.h"
 
@@ -218,6 +219,47 @@ TEST_F(HwProviderTest, AutoRecoveryDetection)
         // Cached: the service is not asked again.
         ASSERT_HR(S_OK, storagesim::SetHyperV(true, !row.fRole));
         EXPECT_EQ(row.fExpected, IsAutoRecoverySupported());
+    }
+}
+
+// The recovery attribute of each snapshot, from the VSS context, the host and the LUN's filer.
+TEST_F(HwProviderTest, RecoveryAttributeFromTheContext)
+{
+    constexpr LONG T = VSS_VOLSNAP_ATTR_TRANSPORTABLE, A = VSS_VOLSNAP_ATTR_AUTORECOVER,
+                   X = VSS_VOLSNAP_ATTR_TXF_RECOVERY;
+    struct Row
+    {
+        LONG lContext;
+        bool fRole, fTxf;
+        const char* serial;
+        const char* result; // the attribute added, or the events of a refusal
+    } rows[] = {
+        {T | A, true, false, kLunE, "eSnapshotAttr=1\n"},
+        {A, true, false, kLunE, "eSnapshotAttr=0\n"},
+        {A, true, false, "Q7vTk2Pw9sLa",
+         "0xC004110E data 0x8004231B\n0xC0041106 data 0x8004231B\n"},
+        {T | A, false, false, kLunE, "0xC004110E data 0x8004231B\n0xC0041106 data 0x8004231B\n"},
+        {T | X, true, false, kLunE, "eSnapshotAttr=0\n"},
+        {T | X, true, true, kLunE, "eSnapshotAttr=2\n"},
+        {T | X, true, true, "Q7vTk2Pw9sLa", "eSnapshotAttr=0\n"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.lContext << " " << row.serial);
+        COrvaneHardwareProvider::sm_osVersion.dwOSVersionInfoSize = 0;
+        COrvaneHardwareProvider::sm_fHyperVRoleEnabled = FALSE;
+        ASSERT_HR(S_OK, storagesim::SetHyperV(true, row.fRole));
+        WriteULongNoFence(&CConfig::sm_fTxfRecoveryEnabled, row.fTxf);
+        NewObject();
+        ASSERT_HR(S_OK, m_load->OnLoad(nullptr));
+        TakeEvents();
+        TakeTraceText();
+        const bool fAdded = *row.result == 'e';
+        EXPECT_HR(fAdded ? S_OK : VSS_E_PROVIDER_VETO, Begin(row.serial, kSet, row.lContext));
+        if (fAdded)
+            EXPECT_NE(std::string::npos, TakeTraceText().find(row.result));
+        else
+            EXPECT_EQ(row.result, TakeEvents());
+        m_set->AbortSnapshots(kSet);
     }
 }
 
