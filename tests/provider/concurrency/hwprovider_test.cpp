@@ -335,9 +335,29 @@ TEST_F(HwProviderTest, GuardedFailures)
     EXPECT_EQ("0xC0041105 data 0xC0040301\n", TakeEvents());
     EXPECT_NE(std::string::npos, TakeTraceText().find("Returned hr=0xc0040301\n"));
 
+    // A conversion that fails: the memory code is kept only where the rule says so.
+    pal::FailTaskAllocAt(1, true);
+    EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->AreLunsSupported(1, 0, devices, &lunE.Get(), &fSupported));
+    pal::FailTaskAllocAt(1, true);
+    EXPECT_HR(E_OUTOFMEMORY, m_hw->LocateLuns(1, &lunE.Get()));
+    pal::FailTaskAllocAt(0);
+    EXPECT_EQ("0xC0041105 data 0x8007000E\n0xC0041108 data 0x8007000E\n", TakeEvents());
+    // A LUN nobody manages is an answer, not a failure; the unlocked-clone query failing is.
+    CLunRecord foreign(SourceLun("AC00000000K1").VendorId("ACMEDISK"));
+    EXPECT_HR(S_OK, m_hw->AreLunsSupported(1, 0, devices, &foreign.Get(), &fSupported));
+    EXPECT_FALSE(fSupported);
+    EXPECT_HR(S_OK, m_hw->FillInLunInfo(szDevice, &lunE.Get(), &fSupported));
+    EXPECT_FALSE(fSupported);
+    ASSERT_HR(S_OK, storagesim::SetFault("EnumVirtualDisks", E_ACCESSDENIED, 1));
+    EXPECT_HR(VSS_E_PROVIDER_VETO, Begin(kLunE, kSet));
+    EXPECT_EQ("0xC0041106 data 0x8004230F\n", TakeEvents());
+
     ULONGLONG mask = 5;
     EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->GetProviderCapabilities(&mask));
     EXPECT_EQ(5u, mask);
+    EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->ResyncLuns(nullptr, nullptr, 0, nullptr));
+    EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->OnReuseLuns(nullptr, nullptr, 0));
+    EXPECT_EQ("", TakeEvents());
     CLunRecord bare(CLunBuilder().VendorId("ORVANE").SerialNumber("x"));
     EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->OnLunEmpty(szDevice, &bare.Get()));
     EXPECT_HR(VSS_E_PROVIDER_VETO, m_set->EndPrepareSnapshots(kOther));
