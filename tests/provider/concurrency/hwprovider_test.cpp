@@ -293,8 +293,28 @@ TEST_F(HwProviderTest, WholeSetOnData)
         ASSERT_EQ(1u, targets[i]->m_cInterconnects);
         destinations[i] = targets[i].Get();
     }
-    ASSERT_HR(S_OK, m_hw->LocateLuns(2, destinations));
+    // A source LUN outside the set leaves its destination as VSS gave it.
+    CLunRecord outside(SourceLun("Q7vTk2Pw9sLa")), untouched(TargetShell("unchanged"));
+    ASSERT_HR(S_OK, m_hw->GetTargetLuns(1, devices, &outside.Get(), &untouched.Get()));
+    EXPECT_STREQ("unchanged", untouched->m_szSerialNumber);
+    // The second of three failing to map leaves the third alone.
+    CLunRecord bad(TargetShell("x").AddScsiInterconnect("/t", "no-colons"));
+    VDS_LUN_INFORMATION three[] = {destinations[0], bad.Get(), destinations[1]};
+    EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->LocateLuns(3, three));
+    const std::string events = TakeEvents();
+    EXPECT_EQ(events.size() - 27, events.find("0xC0041108 data 0x80070057\n")) << events;
     const std::string path1 = reinterpret_cast<char*>(targets[0]->m_rgInterconnects[0].m_pbAddress);
+    const std::string path2 = reinterpret_cast<char*>(targets[1]->m_rgInterconnects[0].m_pbAddress);
+    auto mapped = [](const std::string& path) {
+        for (const auto& disk : Storage().disks)
+            if (disk.path == path)
+                return true;
+        return false;
+    };
+    EXPECT_TRUE(mapped(path1));
+    EXPECT_FALSE(mapped(path2));
+    ASSERT_HR(S_OK, m_hw->LocateLuns(1, &destinations[1]));
+    EXPECT_TRUE(mapped(path2));
     std::string data;
     ASSERT_HR(S_OK, storagesim::ReadLunData("verdane01", path1, 0, 6, &data));
     EXPECT_EQ("before", data);
@@ -304,6 +324,10 @@ TEST_F(HwProviderTest, WholeSetOnData)
     ASSERT_HR(S_OK, m_hw->FillInLunInfo(szDevice, &disk.Get(), &fSupported));
     EXPECT_TRUE(fSupported);
     EXPECT_EQ(path1, reinterpret_cast<char*>(disk->m_rgInterconnects[0].m_pbAddress));
+    // Located with a blank-padded vendor id, but not the provider's disk for FillInLunInfo.
+    CLunRecord padded(SourceLun(targets[0]->m_szSerialNumber).VendorId("ORVANE  "));
+    ASSERT_HR(S_OK, m_hw->FillInLunInfo(szDevice, &padded.Get(), &fSupported));
+    EXPECT_FALSE(fSupported);
     ASSERT_HR(S_OK, m_hw->OnLunEmpty(szDevice, &targets[0].Get()));
     for (const auto& lun : Storage().luns)
         EXPECT_NE(path1, lun.path);
