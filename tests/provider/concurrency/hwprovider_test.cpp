@@ -21,6 +21,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <thread>
 
@@ -343,6 +344,56 @@ TEST_F(HwProviderTest, WholeSetOnData)
     CLunRecord foreign(SourceLun("AC00000000K1").VendorId("ACMEDISK"));
     EXPECT_HR(S_OK, m_hw->OnLunStateChange(&foreign.Get(), nullptr, 1, 0x1));
     EXPECT_EQ("0xC0041110 data 0x8004231B\n", TakeEvents());
+}
+
+// Every allocation of each LUN operation fails in turn: VSS receives E_OUTOFMEMORY or a veto,
+// nothing leaks, and the operation then succeeds.
+TEST_F(HwProviderTest, AllocationSweep)
+{
+    ASSERT_HR(S_OK, m_load->OnLoad(nullptr));
+    WCHAR szDevice[] = W("\\\\.\\PhysicalDrive1");
+    VSS_PWSZ devices[] = {szDevice};
+    for (bool fNew : {false, true}) {
+        auto sweep = [&](const char* name, const std::function<HRESULT()>& act) {
+            SCOPED_TRACE(std::string(name) + (fNew ? " new" : " task"));
+            HRESULT hr = E_FAIL;
+            for (ULONG n = 1; FAILED(hr) && n < 1000; ++n) {
+                (fNew ? pal::FailNothrowNewAt : pal::FailTaskAllocAt)(n, true);
+                hr = act();
+                pal::FailNothrowNewAt(0);
+                pal::FailTaskAllocAt(0);
+                EXPECT_TRUE(SUCCEEDED(hr) || hr == E_OUTOFMEMORY || hr == VSS_E_PROVIDER_VETO)
+                    << n << " " << HexCode(hr);
+            }
+            EXPECT_HR(S_OK, hr);
+        };
+        CLunRecord source(SourceLun(kLunE)), destination(TargetShell(kLunE));
+        BOOL fSupported = FALSE;
+        sweep("supported", [&] {
+            CLunRecord lun(SourceLun(kLunE));
+            return m_hw->AreLunsSupported(1, 0, devices, &lun.Get(), &fSupported);
+        });
+        sweep("begin", [&] { return Begin(kLunE, kSet); });
+        ASSERT_HR(S_OK, m_set->EndPrepareSnapshots(kSet));
+        ASSERT_HR(S_OK, m_set->CommitSnapshots(kSet));
+        // The build first: a build that fails ends the set (it clears the set id).
+        ASSERT_HR(S_OK, m_hw->GetTargetLuns(0, nullptr, nullptr, nullptr));
+        sweep("targets", [&] {
+            CLunRecord shell(TargetShell(kLunE));
+            HRESULT hr = m_hw->GetTargetLuns(1, devices, &source.Get(), &shell.Get());
+            if (SUCCEEDED(hr))
+                hr = m_hw->GetTargetLuns(1, devices, &source.Get(), &destination.Get());
+            return hr;
+        });
+        sweep("locate", [&] { return m_hw->LocateLuns(1, &destination.Get()); });
+        sweep("fill in", [&] {
+            CLunRecord disk(SourceLun(destination->m_szSerialNumber));
+            HRESULT hr = m_hw->FillInLunInfo(szDevice, &disk.Get(), &fSupported);
+            return SUCCEEDED(hr) && !fSupported ? E_OUTOFMEMORY : hr;
+        });
+        sweep("empty", [&] { return m_hw->OnLunEmpty(szDevice, &destination.Get()); });
+        ASSERT_HR(S_OK, m_set->AbortSnapshots(kSet));
+    }
 }
 
 // Failures: the code VSS receives, the real code in the trace, the events.
