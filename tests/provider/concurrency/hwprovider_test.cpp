@@ -57,6 +57,8 @@ public:
     {
         PalTest::SetUp();
         CConfig::ResetForTest();
+        // As the process entry does before VSS can load the provider.
+        ASSERT_HR(S_OK, CConfig::Initialize());
         ASSERT_HR(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
         ASSERT_HR(S_OK, m_service.Start());
         COrvaneHardwareProvider::sm_osVersion.dwOSVersionInfoSize = 0; // detect again
@@ -78,6 +80,8 @@ public:
         SetVDCacheFalse();
         m_service.Stop();
         CoUninitialize();
+        CConfig::Terminate();
+        CConfig::ResetForTest();
         PalTest::TearDown();
     }
     // A new object from the class factory, as COM makes it for VSS.
@@ -415,8 +419,12 @@ TEST_F(HwProviderTest, GuardedFailures)
     EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->AreLunsSupported(1, 0, devices, &lunE.Get(), &fSupported));
     pal::FailTaskAllocAt(1, true);
     EXPECT_HR(E_OUTOFMEMORY, m_hw->LocateLuns(1, &lunE.Get()));
+    pal::FailTaskAllocAt(1, true);
+    EXPECT_HR(E_OUTOFMEMORY, m_hw->FillInLunInfo(szDevice, &lunE.Get(), &fSupported));
     pal::FailTaskAllocAt(0);
-    EXPECT_EQ("0xC0041105 data 0x8007000E\n0xC0041108 data 0x8007000E\n", TakeEvents());
+    EXPECT_EQ("0xC0041105 data 0x8007000E\n0xC0041108 data 0x8007000E\n"
+              "0xC004110A \\\\.\\PhysicalDrive1 data 0x8007000E\n",
+              TakeEvents());
     // A LUN nobody manages is an answer, not a failure; the unlocked-clone query failing is.
     CLunRecord foreign(SourceLun("AC00000000K1").VendorId("ACMEDISK"));
     EXPECT_HR(S_OK, m_hw->AreLunsSupported(1, 0, devices, &foreign.Get(), &fSupported));
@@ -472,6 +480,24 @@ TEST_F(HwProviderTest, LoadFailures)
         EXPECT_NE(std::string::npos, TakeTraceText().find(line));
         EXPECT_EQ("0xC0041100 data 0x8007000E\n", TakeEvents());
     }
+    // A configuration that cannot start is traced and the load goes on.
+    CConfig::Terminate();
+    const WCHAR* pszParameters =
+        W("HKLM\\System\\CurrentControlSet\\Services\\Orvhwsvc\\Parameters");
+    pal::InjectFault("RegOpenKeyExW", ERROR_ACCESS_DENIED, 0, pszParameters);
+    pal::InjectFault("RegCreateKeyExW", ERROR_ACCESS_DENIED, 0, pszParameters);
+    EXPECT_HR(S_OK, m_load->OnLoad(nullptr));
+    pal::ClearFaults();
+    EXPECT_NE(std::string::npos,
+              TakeTraceText().find("CConfig::Initialize FAILED [hr=0x80070005]\n"));
+    // Without the storage service's key nothing loads.
+    NewObject();
+    ASSERT_EQ(0, RegDeleteKeyW(HKEY_LOCAL_MACHINE, W("Software\\Halvern\\Tessera")));
+    EXPECT_HR(VSS_E_PROVIDER_VETO, m_load->OnLoad(nullptr));
+    EXPECT_NE(std::string::npos,
+              TakeTraceText().find(
+                  "regKey.Open on Software\\Halvern\\Tessera regkey FAILED [error=2]\n"));
+    ASSERT_HR(S_OK, storagesim::InstallService());
     // A second load keeps the one core.
     ASSERT_HR(S_OK, m_load->OnLoad(nullptr));
     ASSERT_HR(S_OK, Begin(kLunE, kSet));
