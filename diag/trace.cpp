@@ -66,7 +66,8 @@ template <typename CharT>
 void WriteToFile(const CharT* pszText, int cchText)
 {
     CTraceLock lock;
-    if (!g_trace.fFileOutputEnabled || !g_trace.pFile)
+    // The commit suspends the file without the lock, so the flag is read atomically too.
+    if (!ReadNoFence(&g_trace.fFileOutputEnabled) || !g_trace.pFile)
         return;
     DWORD cbText = static_cast<DWORD>(cchText) * sizeof(CharT);
     if (g_trace.dwBytesCounted + cbText > g_trace.dwMaxFileSize) {

@@ -509,11 +509,12 @@ TEST_F(HwProviderTest, LoadFailures)
 // No line reaches the trace file during the commit, not even its own scope's; the next does.
 TEST_F(HwProviderTest, CommitKeepsTheTraceFileQuiet)
 {
+    // The file opens before the creation's threads trace, as the process entry opens it.
+    const std::filesystem::path dir = MakeDir("trace");
+    TraceInit(TRACE_LEVEL_VERBOSE, Wide(dir.string() + "/").c_str(), W("orvp"), 0);
     ASSERT_HR(S_OK, m_load->OnLoad(nullptr));
     ASSERT_HR(S_OK, Begin(kLunE, kSet));
     ASSERT_HR(S_OK, m_set->EndPrepareSnapshots(kSet));
-    const std::filesystem::path dir = MakeDir("trace");
-    TraceInit(TRACE_LEVEL_VERBOSE, Wide(dir.string() + "/").c_str(), W("orvp"), 0);
     ASSERT_HR(S_OK, m_set->CommitSnapshots(kSet));
     ASSERT_HR(S_OK, m_set->PreFinalCommitSnapshots(kSet));
     TraceClose();
