@@ -3,6 +3,7 @@
 
 #include "model.h"
 
+#include "pal/comdef.h"
 #include "pal/palcontrol.h"
 #include "pal/synchapi.h"
 
@@ -41,6 +42,14 @@ HRESULT CServiceCall::Enter()
         return Leave(hr, "The service cannot read its state");
     if (hit.dwDelayMs)
         Sleep(hit.dwDelayMs);
+    if (FAILED(hit.hrRaise)) {
+        // As a client's wrapper of the call raises it: the error, with its error object.
+        Leave(hit.hrRaise, std::string(m_pszFaultName) + " raised a COM error (injected fault)");
+        IErrorInfo* pInfo = nullptr;
+        if (GetErrorInfo(0, &pInfo) != S_OK)
+            pInfo = nullptr;
+        throw _com_error(hit.hrRaise, pInfo);
+    }
     if (FAILED(hit.hrFail))
         return Leave(hit.hrFail, std::string(m_pszFaultName) + " failed (injected fault)");
     return S_OK;

@@ -549,6 +549,8 @@ HRESULT ConsumeFaults(const char* method, CFaultHit* pHit)
             std::string kind = s.Text(0);
             if (kind == "fail")
                 pHit->hrFail = static_cast<HRESULT>(s.Int(1));
+            else if (kind == "raise")
+                pHit->hrRaise = static_cast<HRESULT>(s.Int(1));
             else if (kind == "delay")
                 pHit->dwDelayMs = static_cast<DWORD>(s.Int(2));
             else if (kind == "handoff-never")

@@ -96,6 +96,7 @@ HRESULT ReadHostSettings(CHostSettings* pSettings);
 struct CFaultHit
 {
     HRESULT hrFail = S_OK;
+    HRESULT hrRaise = S_OK;
     DWORD dwDelayMs = 0;
     bool fHandoffNever = false;
     bool fHandoffTwice = false;

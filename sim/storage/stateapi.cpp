@@ -309,6 +309,13 @@ HRESULT SetFault(const std::string& method, HRESULT hr, LONG lTimes)
     return SetRule(method, "fail", hr, 0, lTimes);
 }
 
+HRESULT SetRaise(const std::string& method, HRESULT hr, LONG lTimes)
+{
+    if (SUCCEEDED(hr))
+        return E_INVALIDARG;
+    return SetRule(method, "raise", hr, 0, lTimes);
+}
+
 HRESULT SetDelay(const std::string& method, DWORD dwMilliseconds, LONG lTimes)
 {
     return SetRule(method, "delay", S_OK, dwMilliseconds, lTimes);

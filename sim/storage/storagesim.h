@@ -141,6 +141,10 @@ HRESULT SetProductVersion(const std::string& version);
 constexpr LONG kEveryCall = -1;
 HRESULT SetFault(const std::string& method, HRESULT hr, LONG lTimes = kEveryCall);
 HRESULT SetDelay(const std::string& method, DWORD dwMilliseconds, LONG lTimes = kEveryCall);
+// The method raises a COM error (a _com_error carrying the error object) instead of returning,
+// as a client's wrapper of a failing call raises it; the service's objects are called in the
+// client's process, so the exception reaches the caller.
+HRESULT SetRaise(const std::string& method, HRESULT hr, LONG lTimes = kEveryCall);
 enum class HandoffFault
 {
     kNever, // the creation stops before its hand-off until its call is finished or released
@@ -151,7 +155,7 @@ HRESULT ClearFaults();
 struct FaultInfo
 {
     std::string method;
-    std::string kind; // "fail", "delay", "handoff-never", "handoff-twice"
+    std::string kind; // "fail", "raise", "delay", "handoff-never", "handoff-twice"
     HRESULT hr;
     DWORD dwDelayMs;
     LONG lRemaining;

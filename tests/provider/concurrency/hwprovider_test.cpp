@@ -207,6 +207,10 @@ TEST_F(HwProviderTest, AutoRecoveryDetection)
         {9, 5, 0, true, FALSE,
          "Hyper-V Role is NOT enabled. Auto-recovery will not be supported\n"},
         {9, 10, ERROR_ACCESS_DENIED, true, FALSE, "GetVersionEx returned error: -2147024891"},
+        // The query raising a COM error: traced with its description, and no role.
+        {9, 10, 0, true, FALSE,
+         "Exception occured during c.pHyperVSupport->IsHyperVRoleEnabled. Error Description: "
+         "IsHyperVRoleEnabled raised a COM error (injected fault)\n"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.line);
@@ -218,6 +222,9 @@ TEST_F(HwProviderTest, AutoRecoveryDetection)
         profile.dwGetVersionExError = row.dwVersionError;
         pal::SetHostProfile(profile);
         ASSERT_HR(S_OK, storagesim::SetHyperV(true, row.fRole));
+        if (&row == &rows[std::size(rows) - 1]) {
+            ASSERT_HR(S_OK, storagesim::SetRaise("IsHyperVRoleEnabled", E_ACCESSDENIED, 1));
+        }
         TakeTraceText();
         EXPECT_EQ(row.fExpected, IsAutoRecoverySupported());
         EXPECT_NE(std::string::npos, TakeTraceText().find(row.line));
