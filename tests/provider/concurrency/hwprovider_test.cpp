@@ -412,48 +412,86 @@ TEST_F(HwProviderTest, GuardedFailures)
 {
     ASSERT_HR(S_OK, m_load->OnLoad(nullptr));
     TakeEvents();
-    CLunRecord lunE(SourceLun(kLunE));
+    CLunRecord lunE(SourceLun(kLunE)), foreign(SourceLun("AC00000000K1").VendorId("ACMEDISK"));
+    CLunRecord bare(CLunBuilder().VendorId("ORVANE").SerialNumber("x"));
     WCHAR szDevice[] = W("\\\\.\\PhysicalDrive1");
     VSS_PWSZ devices[] = {szDevice, szDevice};
     BOOL fSupported = 7;
-    EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->AreLunsSupported(2, 0, devices, &lunE.Get(), &fSupported));
-    EXPECT_EQ(7, fSupported);
-    EXPECT_EQ("0xC0041105 data 0xC0040301\n", TakeEvents());
-    EXPECT_NE(std::string::npos, TakeTraceText().find("Returned hr=0xc0040301\n"));
-
-    // A conversion that fails: the memory code is kept only where the rule says so.
-    pal::FailTaskAllocAt(1, true);
-    EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->AreLunsSupported(1, 0, devices, &lunE.Get(), &fSupported));
-    pal::FailTaskAllocAt(1, true);
-    EXPECT_HR(E_OUTOFMEMORY, m_hw->LocateLuns(1, &lunE.Get()));
-    pal::FailTaskAllocAt(1, true);
-    EXPECT_HR(E_OUTOFMEMORY, m_hw->FillInLunInfo(szDevice, &lunE.Get(), &fSupported));
-    pal::FailTaskAllocAt(0);
-    EXPECT_EQ("0xC0041105 data 0x8007000E\n0xC0041108 data 0x8007000E\n"
-              "0xC004110A \\\\.\\PhysicalDrive1 data 0x8007000E\n",
-              TakeEvents());
-    // A LUN nobody manages is an answer, not a failure; the unlocked-clone query failing is.
-    CLunRecord foreign(SourceLun("AC00000000K1").VendorId("ACMEDISK"));
-    EXPECT_HR(S_OK, m_hw->AreLunsSupported(1, 0, devices, &foreign.Get(), &fSupported));
-    EXPECT_FALSE(fSupported);
-    EXPECT_HR(S_OK, m_hw->FillInLunInfo(szDevice, &lunE.Get(), &fSupported));
-    EXPECT_FALSE(fSupported);
-    ASSERT_HR(S_OK, storagesim::SetFault("EnumVirtualDisks", E_ACCESSDENIED, 1));
-    EXPECT_HR(VSS_E_PROVIDER_VETO, Begin(kLunE, kSet));
-    EXPECT_EQ("0xC0041106 data 0x8004230F\n", TakeEvents());
-
     ULONGLONG mask = 5;
-    EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->GetProviderCapabilities(&mask));
+    // The first allocation of the call fails.
+    auto noMemory = [](const std::function<HRESULT()>& act) {
+        pal::FailTaskAllocAt(1, true);
+        HRESULT hr = act();
+        pal::FailTaskAllocAt(0);
+        return hr;
+    };
+    const std::string device = " \\\\.\\PhysicalDrive1";
+    struct Row
+    {
+        const char* name;
+        std::function<HRESULT()> act;
+        HRESULT hrVss, hrReal;
+        std::string events;
+    } rows[] = {
+        {"two LUNs",
+         [&] {
+             HRESULT hr = m_hw->AreLunsSupported(2, 0, devices, &lunE.Get(), &fSupported);
+             EXPECT_EQ(7, fSupported); // not written
+             return hr;
+         },
+         VSS_E_PROVIDER_VETO, ORVPROV_E_MULTILUN_VOLUME_NOT_SUPPORTED,
+         "0xC0041105 data 0xC0040301\n"},
+        {"supported, no memory",
+         [&] {
+             return noMemory(
+                 [&] { return m_hw->AreLunsSupported(1, 0, devices, &lunE.Get(), &fSupported); });
+         },
+         VSS_E_PROVIDER_VETO, E_OUTOFMEMORY, "0xC0041105 data 0x8007000E\n"},
+        {"locate, no memory",
+         [&] { return noMemory([&] { return m_hw->LocateLuns(1, &lunE.Get()); }); }, E_OUTOFMEMORY,
+         E_OUTOFMEMORY, "0xC0041108 data 0x8007000E\n"},
+        {"fill in, no memory",
+         [&] {
+             return noMemory(
+                 [&] { return m_hw->FillInLunInfo(szDevice, &lunE.Get(), &fSupported); });
+         },
+         E_OUTOFMEMORY, E_OUTOFMEMORY, "0xC004110A" + device + " data 0x8007000E\n"},
+        // A LUN nobody manages is an answer, not a failure.
+        {"foreign LUN",
+         [&] { return m_hw->AreLunsSupported(1, 0, devices, &foreign.Get(), &fSupported); }, S_OK,
+         S_OK, ""},
+        {"unknown LUN", [&] { return m_hw->FillInLunInfo(szDevice, &lunE.Get(), &fSupported); },
+         S_OK, S_OK, ""},
+        {"unlocked clone query",
+         [&] {
+             EXPECT_HR(S_OK, storagesim::SetFault("EnumVirtualDisks", E_ACCESSDENIED, 1));
+             return Begin(kLunE, kSet);
+         },
+         VSS_E_PROVIDER_VETO, VSS_E_UNEXPECTED_PROVIDER_ERROR, "0xC0041106 data 0x8004230F\n"},
+        {"capabilities", [&] { return m_hw->GetProviderCapabilities(&mask); }, VSS_E_PROVIDER_VETO,
+         E_NOTIMPL, ""},
+        {"resync", [&] { return m_hw->ResyncLuns(nullptr, nullptr, 0, nullptr); },
+         VSS_E_PROVIDER_VETO, E_NOTIMPL, ""},
+        {"reuse", [&] { return m_hw->OnReuseLuns(nullptr, nullptr, 0); }, VSS_E_PROVIDER_VETO,
+         E_NOTIMPL, ""},
+        {"empty, no interconnect", [&] { return m_hw->OnLunEmpty(szDevice, &bare.Get()); },
+         VSS_E_PROVIDER_VETO, ORVPROV_E_LUN_NOT_RECOGNIZED,
+         "0xC0041109" + device + " data 0xC0040303\n"},
+        {"prepare, other set", [&] { return m_set->EndPrepareSnapshots(kOther); },
+         VSS_E_PROVIDER_VETO, ORVPROV_E_INCONSISTENT_SNAPSHOTSETID,
+         "0xC004110B {5e7a11d0-2222-4a4a-0102-030405060708} data 0xC0040302\n"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        TakeTraceText();
+        EXPECT_HR(row.hrVss, row.act());
+        char szReturned[40];
+        std::snprintf(szReturned, sizeof(szReturned), "Returned hr=0x%08x\n", unsigned(row.hrReal));
+        EXPECT_NE(std::string::npos, TakeTraceText().find(szReturned));
+        EXPECT_EQ(row.events, TakeEvents());
+    }
+    // Out-values VSS must not see written.
     EXPECT_EQ(5u, mask);
-    EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->ResyncLuns(nullptr, nullptr, 0, nullptr));
-    EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->OnReuseLuns(nullptr, nullptr, 0));
-    EXPECT_EQ("", TakeEvents());
-    CLunRecord bare(CLunBuilder().VendorId("ORVANE").SerialNumber("x"));
-    EXPECT_HR(VSS_E_PROVIDER_VETO, m_hw->OnLunEmpty(szDevice, &bare.Get()));
-    EXPECT_HR(VSS_E_PROVIDER_VETO, m_set->EndPrepareSnapshots(kOther));
-    EXPECT_EQ("0xC0041109 \\\\.\\PhysicalDrive1 data 0xC0040303\n"
-              "0xC004110B {5e7a11d0-2222-4a4a-0102-030405060708} data 0xC0040302\n",
-              TakeEvents());
 
     // The commit hands VSS the core's own code; the abort reports it afterwards.
     EXPECT_HR(ORVPROV_E_INCONSISTENT_SNAPSHOTSETID, m_set->CommitSnapshots(kOther));
