@@ -160,6 +160,13 @@ TEST_F(HwProviderTest, AnswersExactlyItsInterfaces)
     ASSERT_HR(S_OK, m_hw->QueryInterface(IID_IVssHardwareSnapshotProvider,
                                          reinterpret_cast<void**>(&base)));
     EXPECT_EQ(static_cast<void*>(base.p), static_cast<void*>(m_hw.p));
+    // The provider's own interface: its one method accepts anything and keeps nothing.
+    CComPtr<IOrvaneHardwareProvider> own;
+    ASSERT_HR(S_OK,
+              m_hw->QueryInterface(IID_IOrvaneHardwareProvider, reinterpret_cast<void**>(&own)));
+    GUID id = kSet;
+    EXPECT_HR(S_OK, own->SetInternalSnapshotName(&id, nullptr));
+    EXPECT_HR(S_OK, own->SetInternalSnapshotName(nullptr, nullptr));
 }
 
 // The storage service's version decides whether the provider loads; the comparison is
