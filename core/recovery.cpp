@@ -135,11 +135,13 @@ HRESULT CProviderCore::PrepareBackupSnapshot(const GUID* pguidSnapshotSetId)
     HRESULT hr = BuildPairArray(m_lstLCPairs, TRUE, &pairs);
     if (FAILED(hr))
         return hr;
+    CPairArrayHolder holder(pairs);
     hr = m_pStore->PrepareSnapshot(setName.Get(), &m_lstBackupSnapshots, &pairs, 4);
     if (FAILED(hr)) {
         TRACE(TRACE_LEVEL_ERROR, W("m_pStore->PrepareSnapshot FAILED [hr=0x%08x]\n"), hr);
-        FreePairArray(pairs);
+        return hr;
     }
+    holder.Release();
     return hr;
 }
 

@@ -4,6 +4,7 @@
 #include "core/providercore.h"
 #include "core/setname.h"
 #include "diag/trace.h"
+#include "provider/interconnect.h"
 #include "provider/lunpath.h"
 #include "provider/strings.h"
 #include "provider/taskmem.h"
@@ -50,18 +51,6 @@ struct CMaskedLun
     CTaskMemPtr<WCHAR> szPath1;
     CTaskMemPtr<WCHAR> szPath2;
 };
-
-// A record the batch can act on: its identity and its single interconnect's two paths.
-bool IsCompleteLun(const VDS_LUN_INFORMATION& lun)
-{
-    if (lun.m_szVendorId == nullptr || lun.m_szProductId == nullptr ||
-        lun.m_szProductRevision == nullptr || lun.m_szSerialNumber == nullptr)
-        return false;
-    if (lun.m_cInterconnects != 1 || lun.m_rgInterconnects == nullptr)
-        return false;
-    return lun.m_rgInterconnects[0].m_pbAddress != nullptr &&
-           lun.m_rgInterconnects[0].m_pbPort != nullptr;
-}
 
 // Writes "Returned hr=..." with the operation's result however it ends.
 class CReturnedTrace
@@ -232,12 +221,11 @@ HRESULT CProviderCore::MaskTargetLun(VDS_LUN_INFORMATION* pSnapshotLuns,
             return hr = E_OUTOFMEMORY;
         if (!HasOrvaneVendorPrefix(lun.szVendorId.Get()))
             continue;
-        const VDS_INTERCONNECT& path = record.m_rgInterconnects[0];
         lun.szProductId.Reset(AnsiToUnicode(record.m_szProductId));
         lun.szProductRevision.Reset(AnsiToUnicode(record.m_szProductRevision));
         lun.szSerialNo.Reset(AnsiToUnicode(record.m_szSerialNumber));
-        lun.szPath1.Reset(AnsiToUnicode(reinterpret_cast<LPCSTR>(path.m_pbAddress)));
-        lun.szPath2.Reset(AnsiToUnicode(reinterpret_cast<LPCSTR>(path.m_pbPort)));
+        lun.szPath1.Reset(AnsiToUnicode(LunPath1(record)));
+        lun.szPath2.Reset(AnsiToUnicode(LunPath2(record)));
         if (!lun.szProductId || !lun.szProductRevision || !lun.szSerialNo || !lun.szPath1 ||
             !lun.szPath2)
             return hr = E_OUTOFMEMORY;

@@ -57,3 +57,17 @@ HRESULT FixInterconnectAddress(VDS_LUN_INFORMATION& lun, LPCWSTR pszPath1, LPCWS
     TRACE(TRACE_LEVEL_INFO, W("Fixing interconnect address\n"));
     return SetLunInterconnect(lun, pszPath1, pszPath2);
 }
+
+bool HasLunPaths(const VDS_LUN_INFORMATION& lun)
+{
+    return lun.m_cInterconnects == 1 && lun.m_rgInterconnects != nullptr &&
+           lun.m_rgInterconnects[0].m_pbAddress != nullptr &&
+           lun.m_rgInterconnects[0].m_pbPort != nullptr;
+}
+
+bool IsCompleteLun(const VDS_LUN_INFORMATION& lun)
+{
+    return lun.m_szVendorId != nullptr && lun.m_szProductId != nullptr &&
+           lun.m_szProductRevision != nullptr && lun.m_szSerialNumber != nullptr &&
+           HasLunPaths(lun);
+}

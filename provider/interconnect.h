@@ -11,6 +11,20 @@
 // interconnect at all rather than an entry with unset pointers.
 HRESULT SetLunInterconnect(VDS_LUN_INFORMATION& lun, LPCWSTR pszPath1, LPCWSTR pszPath2);
 
+// The record carries the provider's single interconnect, with both paths.
+bool HasLunPaths(const VDS_LUN_INFORMATION& lun);
+// A record a batch can act on: its four identity strings and its two paths.
+bool IsCompleteLun(const VDS_LUN_INFORMATION& lun);
+// Path1 and Path2 as the interconnect's bytes hold them; only for a record with its paths.
+inline LPCSTR LunPath1(const VDS_LUN_INFORMATION& lun)
+{
+    return reinterpret_cast<LPCSTR>(lun.m_rgInterconnects[0].m_pbAddress);
+}
+inline LPCSTR LunPath2(const VDS_LUN_INFORMATION& lun)
+{
+    return reinterpret_cast<LPCSTR>(lun.m_rgInterconnects[0].m_pbPort);
+}
+
 // Rewrites a record that the core recognised as one of its mapped snapshot LUNs: no disk
 // signature, iSCSI reported as SCSI, and the provider's interconnect.
 HRESULT FixInterconnectAddress(VDS_LUN_INFORMATION& lun, LPCWSTR pszPath1, LPCWSTR pszPath2);

@@ -48,24 +48,6 @@ struct CLunIdentity
     }
 };
 
-// The record carries the provider's single interconnect with both paths.
-bool HasPaths(const VDS_LUN_INFORMATION& lun)
-{
-    return lun.m_cInterconnects == 1 && lun.m_rgInterconnects != nullptr &&
-           lun.m_rgInterconnects[0].m_pbAddress != nullptr &&
-           lun.m_rgInterconnects[0].m_pbPort != nullptr;
-}
-
-LPCSTR AddressOf(const VDS_LUN_INFORMATION& lun)
-{
-    return reinterpret_cast<LPCSTR>(lun.m_rgInterconnects[0].m_pbAddress);
-}
-
-LPCSTR PortOf(const VDS_LUN_INFORMATION& lun)
-{
-    return reinterpret_cast<LPCSTR>(lun.m_rgInterconnects[0].m_pbPort);
-}
-
 // Replaces an ANSI identity string of a record with the conversion of pszValue.
 bool ReplaceAnsi(char*& pszField, LPCWSTR pszValue)
 {
@@ -316,9 +298,7 @@ STDMETHODIMP COrvaneHardwareProvider::LocateLuns(LONG lLunCount, VDS_LUN_INFORMA
         const VDS_LUN_INFORMATION& lun = rgSourceLuns[i];
         TRACE(TRACE_LEVEL_INFO, W("LunIndex=%d\n"), i);
         DumpLunInformation(lun, W("Destination - before processing"));
-        if (lun.m_szVendorId == nullptr || lun.m_szProductId == nullptr ||
-            lun.m_szProductRevision == nullptr || lun.m_szSerialNumber == nullptr ||
-            !HasPaths(lun)) {
+        if (!IsCompleteLun(lun)) {
             TRACE(TRACE_LEVEL_ERROR, W("This LUN does not have complete information!\n"));
             TRACE(TRACE_LEVEL_ERROR, W("Skipping to the next LUN!\n"));
             continue;
@@ -331,8 +311,8 @@ STDMETHODIMP COrvaneHardwareProvider::LocateLuns(LONG lLunCount, VDS_LUN_INFORMA
         CTaskMemPtr<WCHAR> szProductId(AnsiToUnicode(lun.m_szProductId));
         CTaskMemPtr<WCHAR> szProductRevision(AnsiToUnicode(lun.m_szProductRevision));
         CTaskMemPtr<WCHAR> szSerialNo(AnsiToUnicode(lun.m_szSerialNumber));
-        CTaskMemPtr<WCHAR> szPath1(AnsiToUnicode(AddressOf(lun)));
-        CTaskMemPtr<WCHAR> szPath2(AnsiToUnicode(PortOf(lun)));
+        CTaskMemPtr<WCHAR> szPath1(AnsiToUnicode(LunPath1(lun)));
+        CTaskMemPtr<WCHAR> szPath2(AnsiToUnicode(LunPath2(lun)));
         if (!szProductId || !szProductRevision || !szSerialNo || !szPath1 || !szPath2)
             return guard.SetResult(E_OUTOFMEMORY);
         if (TraceIsOn(TRACE_LEVEL_INFO)) {
@@ -369,14 +349,14 @@ STDMETHODIMP COrvaneHardwareProvider::OnLunEmpty(VSS_PWSZ wszDeviceName,
     const VDS_LUN_INFORMATION& lun = *pInformation;
     TRACE(TRACE_LEVEL_INFO, W("DeviceName=%s\n"), wszDeviceName);
     DumpLunInformation(lun);
-    if (!HasPaths(lun)) {
+    if (!HasLunPaths(lun)) {
         TRACE(TRACE_LEVEL_ERROR, W("This LUN does not have interconnect info\n"));
         return guard.SetResult(ORVPROV_E_LUN_NOT_RECOGNIZED);
     }
-    LPWSTR pszPath1 = guard.Own(AnsiToUnicode(AddressOf(lun)));
+    LPWSTR pszPath1 = guard.Own(AnsiToUnicode(LunPath1(lun)));
     if (pszPath1 == nullptr)
         return guard.SetResult(E_OUTOFMEMORY);
-    LPWSTR pszPath2 = guard.Own(AnsiToUnicode(PortOf(lun)));
+    LPWSTR pszPath2 = guard.Own(AnsiToUnicode(LunPath2(lun)));
     if (pszPath2 == nullptr)
         return guard.SetResult(E_OUTOFMEMORY);
     LPWSTR pszSerialNo = guard.Own(AnsiToUnicode(lun.m_szSerialNumber));

@@ -205,6 +205,7 @@ TEST_F(HwProviderTest, AutoRecoveryDetection)
         bool fRole;
         BOOL fExpected;
         const char* line;
+        bool fRaise = false; // the query raises a COM error
     } rows[] = {
         {9, 6, 0, true, TRUE, "Hyper-V Role is enabled\n"},
         {9, 6, 0, false, FALSE,
@@ -217,7 +218,8 @@ TEST_F(HwProviderTest, AutoRecoveryDetection)
         // The query raising a COM error: traced with its description, and no role.
         {9, 10, 0, true, FALSE,
          "Exception occured during c.pHyperVSupport->IsHyperVRoleEnabled. Error Description: "
-         "IsHyperVRoleEnabled raised a COM error (injected fault)\n"},
+         "IsHyperVRoleEnabled raised a COM error (injected fault)\n",
+         true},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.line);
@@ -229,7 +231,7 @@ TEST_F(HwProviderTest, AutoRecoveryDetection)
         profile.dwGetVersionExError = row.dwVersionError;
         pal::SetHostProfile(profile);
         ASSERT_HR(S_OK, storagesim::SetHyperV(true, row.fRole));
-        if (&row == &rows[std::size(rows) - 1]) {
+        if (row.fRaise) {
             ASSERT_HR(S_OK, storagesim::SetRaise("IsHyperVRoleEnabled", E_ACCESSDENIED, 1));
         }
         TakeTraceText();
