@@ -117,6 +117,16 @@ int OpenMachineDatabase(const std::string& path, sqlite3** ppDb);
 // $HOME/.orvsim when unset. Created on first use.
 std::string MachineRoot();
 
+// ---- Accounts ----------------------------------------------------------------------------------
+// The emulated machine has three accounts: "LocalSystem" (S-1-5-18, no password),
+// "Administrator" (password "Orvsim-Admin1", a member of Administrators) and "User" (password
+// "Orvsim-User1", a plain user); names may be qualified as ".\Name" or "ORVSIM\Name".
+// The calling process runs under `name` from now on (an empty name: back to $ORVSIM_ACCOUNT,
+// else LocalSystem); false when the machine has no such account.
+bool SetProcessAccount(std::u16string_view name);
+// The plain name of the account the calling process runs under.
+std::u16string ProcessAccountName();
+
 // ---- Text for tools and tests ------------------------------------------------------------------
 // Lenient conversions: invalid input becomes U+FFFD.
 std::string Utf16ToUtf8(std::u16string_view s);

@@ -113,6 +113,7 @@ void ResetForTest()
     SetTickCountOffset(0);
     ScriptTickCounts({});
     ResetLocalTimeForTest();
+    SetProcessAccount(u"");
     std::lock_guard lock(g_controlLock);
     g_control = ControlState{};
 }
