@@ -127,6 +127,30 @@ bool SetProcessAccount(std::u16string_view name);
 // The plain name of the account the calling process runs under.
 std::u16string ProcessAccountName();
 
+// ---- Services ----------------------------------------------------------------------------------
+// One status report of a service, as the service control manager recorded it: every
+// SetServiceStatus of the service, and what the manager itself recorded (the start, a process
+// found dead, a start that timed out).
+struct ServiceStatusReport
+{
+    ULONGLONG ullSequence; // increases from one report to the next, across all services
+    DWORD dwProcessId;
+    DWORD dwCurrentState;
+    DWORD dwControlsAccepted;
+    DWORD dwWin32ExitCode;
+    DWORD dwServiceSpecificExitCode;
+    DWORD dwCheckPoint;
+    DWORD dwWaitHint;
+    DWORD dwTickCount; // GetTickCount of the recording process
+    ULONGLONG ullTime; // wall clock, as a FILETIME (UTC)
+    bool fByManager;   // recorded by the manager rather than the service
+};
+// The reports of the service of this name (case-insensitive), oldest first; for a name that
+// has been deleted, those of the last service that had it. ERROR_SERVICE_DOES_NOT_EXIST when no
+// service ever had the name.
+DWORD ServiceStatusReports(std::u16string_view serviceName,
+                           std::vector<ServiceStatusReport>* pReports);
+
 // ---- Text for tools and tests ------------------------------------------------------------------
 // Lenient conversions: invalid input becomes U+FFFD.
 std::string Utf16ToUtf8(std::u16string_view s);

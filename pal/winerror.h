@@ -15,7 +15,7 @@
 #define SUCCEEDED(hr) (static_cast<HRESULT>(hr) >= 0)
 #define FAILED(hr) (static_cast<HRESULT>(hr) < 0)
 #define IS_ERROR(hr) (static_cast<DWORD>(hr) >> 31 == SEVERITY_ERROR)
-#define HRESULT_CODE(hr) ((hr) & 0xFFFF)
+#define HRESULT_CODE(hr) ((hr)&0xFFFF)
 #define HRESULT_FACILITY(hr) (((hr) >> 16) & 0x1fff)
 #define HRESULT_SEVERITY(hr) (((hr) >> 31) & 0x1)
 #define MAKE_HRESULT(sev, fac, code)                                                               \
@@ -28,8 +28,8 @@ constexpr HRESULT HRESULT_FROM_WIN32(long x)
 {
     return static_cast<HRESULT>(x) <= 0
                ? static_cast<HRESULT>(x)
-               : static_cast<HRESULT>((static_cast<DWORD>(x) & 0x0000FFFF) | (FACILITY_WIN32 << 16) |
-                                      0x80000000u);
+               : static_cast<HRESULT>((static_cast<DWORD>(x) & 0x0000FFFF) |
+                                      (FACILITY_WIN32 << 16) | 0x80000000u);
 }
 
 // Win32 error codes.
@@ -61,6 +61,7 @@ constexpr HRESULT HRESULT_FROM_WIN32(long x)
 #define ERROR_CALL_NOT_IMPLEMENTED 120L
 #define ERROR_INSUFFICIENT_BUFFER 122L
 #define ERROR_INVALID_NAME 123L
+#define ERROR_INVALID_LEVEL 124L
 #define ERROR_MOD_NOT_FOUND 126L
 #define ERROR_PROC_NOT_FOUND 127L
 #define ERROR_NEGATIVE_SEEK 131L
@@ -68,6 +69,7 @@ constexpr HRESULT HRESULT_FROM_WIN32(long x)
 #define ERROR_BAD_PATHNAME 161L
 #define ERROR_BUSY 170L
 #define ERROR_ALREADY_EXISTS 183L
+#define ERROR_BAD_EXE_FORMAT 193L
 #define ERROR_ENVVAR_NOT_FOUND 203L
 #define ERROR_FILENAME_EXCED_RANGE 206L
 #define ERROR_BAD_PIPE 230L
@@ -109,6 +111,7 @@ constexpr HRESULT HRESULT_FROM_WIN32(long x)
 #define ERROR_SERVICE_NOT_ACTIVE 1062L
 #define ERROR_FAILED_SERVICE_CONTROLLER_CONNECT 1063L
 #define ERROR_EXCEPTION_IN_SERVICE 1064L
+#define ERROR_DATABASE_DOES_NOT_EXIST 1065L
 #define ERROR_SERVICE_SPECIFIC_ERROR 1066L
 #define ERROR_PROCESS_ABORTED 1067L
 #define ERROR_SERVICE_DEPENDENCY_FAIL 1068L
@@ -117,7 +120,9 @@ constexpr HRESULT HRESULT_FROM_WIN32(long x)
 #define ERROR_INVALID_SERVICE_LOCK 1071L
 #define ERROR_SERVICE_MARKED_FOR_DELETE 1072L
 #define ERROR_SERVICE_EXISTS 1073L
+#define ERROR_SERVICE_NEVER_STARTED 1077L
 #define ERROR_DUPLICATE_SERVICE_NAME 1078L
+#define ERROR_SERVICE_NOT_IN_EXE 1083L
 #define ERROR_SHUTDOWN_IN_PROGRESS 1115L
 #define ERROR_NO_UNICODE_TRANSLATION 1113L
 #define ERROR_RESOURCE_DATA_NOT_FOUND 1812L
