@@ -1,8 +1,10 @@
-// The smart interface pointer, in the manner of ATL's CComPtr.
+// The smart interface pointer and the COM server module, in the manner of ATL's CComPtr,
+// CAtlModule and CComModule.
 #pragma once
 
 #include "pal/comdef.h"
 #include "pal/objbase.h"
+#include "pal/synchapi.h"
 #include "pal/uuidof.h"
 
 #include <memory>
@@ -119,4 +121,92 @@ public:
     }
 
     T* p;
+};
+
+// ---- The module ----
+// A COM server's module, as ATL's: the process has one (a global object of a class derived from
+// CComModule), which counts what keeps the server running and publishes the classes of its
+// object map (BEGIN_OBJECT_MAP in atlcom.h).
+//
+//   class CServiceModule : public CComModule
+//   {
+//   public:
+//       LONG Unlock() override;  // e.g. stops the server when the count falls to 0
+//   };
+//   CServiceModule _Module;
+//   ...
+//   _Module.Init(ObjectMap, hInstance);
+//   _Module.RegisterClassObjects(CLSCTX_LOCAL_SERVER | CLSCTX_REMOTE_SERVER, REGCLS_MULTIPLEUSE);
+
+// Makes the object of an entry's class (pv is the entry's pfnCreateInstance), asked for riid.
+typedef HRESULT(WINAPI _ATL_CREATORFUNC)(void* pv, REFIID riid, LPVOID* ppv);
+
+// One class of an object map.
+struct _ATL_OBJMAP_ENTRY
+{
+    const CLSID* pclsid;                                // NULL ends the map
+    HRESULT(WINAPI* pfnUpdateRegistry)(BOOL bRegister); // not used yet: NULL in every entry
+    _ATL_CREATORFUNC* pfnGetClassObject;                // the class object; NULL: none
+    _ATL_CREATORFUNC* pfnCreateInstance;                // passed to pfnGetClassObject as pv
+    IUnknown* pCF;    // a class object the module holds; Term releases it
+    DWORD dwRegister; // the registration of the class object, 0 while there is none
+
+    // Publishes the entry's class object with CoRegisterClassObject (S_OK for an entry without
+    // one or already registered), and revokes it again (S_OK when it is not registered).
+    HRESULT WINAPI RegisterClassObject(DWORD dwClsContext, DWORD dwFlags);
+    HRESULT WINAPI RevokeClassObject();
+};
+
+class CAtlModule;
+// The process's module: the last one constructed, until it is destroyed; NULL while there is
+// none (the objects of CComObject then count in a lock count of the process,
+// AtlModuleGetLockCount).
+extern CAtlModule* _pAtlModule;
+
+class CAtlModule
+{
+public:
+    CAtlModule() noexcept;
+    virtual ~CAtlModule();
+    CAtlModule(const CAtlModule&) = delete;
+    CAtlModule& operator=(const CAtlModule&) = delete;
+
+    // The lock count: live CComObject objects and LockServer(TRUE) locks, which every object
+    // takes through these, so that an override in a derived module is what they reach. Each
+    // returns the new count.
+    virtual LONG Lock();
+    virtual LONG Unlock();
+    virtual LONG GetLockCount();
+
+    LONG volatile m_nLockCnt = 0;
+    GUID m_libid{}; // the type library of the module, as Init was given it
+};
+
+class CComModule : public CAtlModule
+{
+public:
+    CComModule() noexcept = default;
+    ~CComModule() override;
+
+    // Takes the object map, the module's instance (also the one its resources are read from)
+    // and optionally its type library. Fails with HRESULT_FROM_WIN32 of the error of
+    // InitializeCriticalSectionAndSpinCount, leaving the module as it was.
+    HRESULT Init(_ATL_OBJMAP_ENTRY* p, HINSTANCE h, const GUID* plibid = NULL);
+    // Releases the class objects the map holds (pCF) and forgets the map; nothing to do for a
+    // module that is not initialised. The destructor calls it.
+    void Term();
+    // Registers the class object of every entry of the map not registered yet. On a failure it
+    // revokes every registration of the map and returns the failure, so that the server serves
+    // all of its classes or none.
+    HRESULT RegisterClassObjects(DWORD dwClsContext, DWORD dwFlags);
+    // Revokes every registered class object of the map; the first failure stops it.
+    HRESULT RevokeClassObjects();
+
+    _ATL_OBJMAP_ENTRY* m_pObjMap = nullptr;
+    HINSTANCE m_hInst = nullptr;
+    HINSTANCE m_hInstResource = nullptr;
+
+private:
+    CRITICAL_SECTION m_csObjMap{}; // guards the map's registrations
+    bool m_fInitialized = false;
 };

@@ -23,7 +23,9 @@
 
 // ---- Module lock count ----
 // Live objects of CComObject and LockServer locks of CComClassFactoryT, as ATL's module
-// counts them; a server can stop when it falls to 0. Each returns the new count.
+// counts them; a server can stop when it falls to 0. Each returns the new count. With a module
+// (_pAtlModule) they are its virtual Lock, Unlock and GetLockCount; without one, a count of the
+// process, so that objects work in programs that have no module.
 LONG WINAPI AtlModuleLock();
 LONG WINAPI AtlModuleUnlock();
 LONG WINAPI AtlModuleGetLockCount();
@@ -270,8 +272,38 @@ public:
         *ppFactory = new (std::nothrow) CComClassFactoryT();
         return *ppFactory ? S_OK : E_OUTOFMEMORY;
     }
+    // A new class object asked for riid: the object map's pfnGetClassObject (pv is not used).
+    static HRESULT WINAPI GetClassObject(void* pv, REFIID riid, LPVOID* ppv)
+    {
+        UNREFERENCED_PARAMETER(pv);
+        if (!ppv)
+            return E_POINTER;
+        *ppv = nullptr;
+        IClassFactory* pFactory = nullptr;
+        HRESULT hr = Create(&pFactory);
+        if (FAILED(hr))
+            return hr;
+        hr = pFactory->QueryInterface(riid, ppv);
+        pFactory->Release();
+        return hr;
+    }
 
 private:
     CComClassFactoryT() = default;
     ~CComClassFactoryT() override = default;
 };
+
+// ---- Object map ----
+// The classes a module serves (CComModule::Init), each through a CComClassFactoryT class object:
+//   BEGIN_OBJECT_MAP(ObjectMap)
+//       OBJECT_ENTRY(CLSID_Widget, CWidget)
+//   END_OBJECT_MAP()
+#define BEGIN_OBJECT_MAP(x) static _ATL_OBJMAP_ENTRY x[] = {
+#define OBJECT_ENTRY(clsid, theClass)                                                              \
+    {&clsid, nullptr, &CComClassFactoryT<theClass>::GetClassObject, nullptr, nullptr, 0},
+#define END_OBJECT_MAP()                                                                           \
+    {                                                                                              \
+        nullptr, nullptr, nullptr, nullptr, nullptr, 0                                             \
+    }                                                                                              \
+    }                                                                                              \
+    ;

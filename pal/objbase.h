@@ -4,6 +4,8 @@
 // served by the class object that some code of this process registered with
 // CoRegisterClassObject (as a Windows local server registers its class objects at start-up);
 // nothing is launched, nothing is marshalled, and interface pointers are the objects' own.
+// The runtime's own classes (CLSID_DCOMAccessControl) are served in process, as the system's
+// in-process server serves them, unless the process registered a class object of its own.
 // See "COM runtime and the simulated storage service" in docs/ARCHITECTURE.md.
 //
 // Injected faults (pal::InjectFault) make CoInitializeEx, CoCreateInstance, CoGetClassObject
@@ -17,6 +19,7 @@
 #include "pal/oaidl.h"
 #include "pal/objidl.h"
 #include "pal/ocidl.h"
+#include "pal/rpcdce.h"
 #include "pal/unknwn.h"
 #include "pal/uuidof.h"
 
@@ -93,3 +96,23 @@ ULONG WINAPI CoReleaseServerProcess();
 // "{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}" in upper case, 39 characters with the terminator.
 // Returns the characters written including the terminator, 0 when cchMax is too small.
 int WINAPI StringFromGUID2(REFGUID rguid, LPWSTR lpsz, int cchMax);
+
+// ---- Security ----
+// Sets the process's COM security, once: the authentication level, the impersonation level,
+// the capabilities and, with EOAC_ACCESS_CONTROL, pSecDesc taken as an IAccessControl (the
+// interface is asked of it and kept, with its reference, for the life of the process), which
+// decides who may call the process's objects (see "COM security and the server module" in
+// docs/ARCHITECTURE.md). Without it and with pSecDesc NULL, every caller may call.
+// Checked in this order: the calling thread must use COM (CO_E_NOTINITIALIZED); a second call
+// is RPC_E_TOO_LATE; E_INVALIDARG for pReserved1 or pReserved3 not NULL, cAuthSvc below -1, -1
+// with asAuthSvc or a positive count without it, a level above RPC_C_AUTHN_LEVEL_PKT_PRIVACY,
+// RPC_C_IMP_LEVEL_DEFAULT or a level above RPC_C_IMP_LEVEL_DELEGATE, EOAC_ACCESS_CONTROL without
+// an object, with RPC_C_AUTHN_LEVEL_NONE or with EOAC_APPID. Not supported (E_NOTIMPL): a
+// security descriptor (pSecDesc without EOAC_ACCESS_CONTROL) and EOAC_APPID. Authentication
+// services are accepted as registered (each hr S_OK); pAuthList, the client's, is not used.
+// A refused call keeps nothing and leaves the call still to be made. Obeys
+// pal::InjectFault("CoInitializeSecurity", DWORD(hr)).
+HRESULT WINAPI CoInitializeSecurity(PSECURITY_DESCRIPTOR pSecDesc, LONG cAuthSvc,
+                                    SOLE_AUTHENTICATION_SERVICE* asAuthSvc, void* pReserved1,
+                                    DWORD dwAuthnLevel, DWORD dwImpLevel, void* pAuthList,
+                                    DWORD dwCapabilities, void* pReserved3);

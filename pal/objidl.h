@@ -1,4 +1,5 @@
-// Class objects and asynchronous call factories: IClassFactory and ICallFactory.
+// Class objects and asynchronous call factories (IClassFactory, ICallFactory), and the
+// authentication services and capabilities of CoInitializeSecurity.
 #pragma once
 
 #include "pal/unknwn.h"
@@ -35,3 +36,36 @@ protected:
 
 PAL_DEFINE_UUIDOF(IClassFactory, IID_IClassFactory);
 PAL_DEFINE_UUIDOF(ICallFactory, IID_ICallFactory);
+
+// One authentication service a server registers with CoInitializeSecurity; hr receives the
+// outcome of its registration.
+struct SOLE_AUTHENTICATION_SERVICE
+{
+    DWORD dwAuthnSvc;
+    DWORD dwAuthzSvc;
+    WCHAR* pPrincipalName;
+    HRESULT hr;
+};
+using PSOLE_AUTHENTICATION_SERVICE = SOLE_AUTHENTICATION_SERVICE*;
+static_assert(sizeof(SOLE_AUTHENTICATION_SERVICE) == 24);
+
+// The capabilities of CoInitializeSecurity. EOAC_ACCESS_CONTROL: its first argument is an
+// IAccessControl; EOAC_APPID: a pointer to the AppID whose registry settings apply.
+enum EOLE_AUTHENTICATION_CAPABILITIES
+{
+    EOAC_NONE = 0x0,
+    EOAC_MUTUAL_AUTH = 0x1,
+    EOAC_STATIC_CLOAKING = 0x20,
+    EOAC_DYNAMIC_CLOAKING = 0x40,
+    EOAC_ANY_AUTHORITY = 0x80,
+    EOAC_MAKE_FULLSIC = 0x100,
+    EOAC_DEFAULT = 0x800,
+    EOAC_SECURE_REFS = 0x2,
+    EOAC_ACCESS_CONTROL = 0x4,
+    EOAC_APPID = 0x8,
+    EOAC_DYNAMIC = 0x10,
+    EOAC_REQUIRE_FULLSIC = 0x200,
+    EOAC_AUTO_IMPERSONATE = 0x400,
+    EOAC_DISABLE_AAA = 0x1000,
+    EOAC_NO_CUSTOM_MARSHAL = 0x2000,
+};

@@ -151,12 +151,31 @@ struct ServiceStatusReport
 DWORD ServiceStatusReports(std::u16string_view serviceName,
                            std::vector<ServiceStatusReport>* pReports);
 
+// ---- COM security ------------------------------------------------------------------------------
+// What CoInitializeSecurity kept for the process: whether it was called, whether it kept an access
+// control object (EOAC_ACCESS_CONTROL), and its levels and capabilities.
+struct ComSecurityState
+{
+    bool fInitialized = false;
+    bool fAccessControl = false;
+    DWORD dwAuthnLevel = 0;
+    DWORD dwImpLevel = 0;
+    DWORD dwCapabilities = 0;
+};
+ComSecurityState GetComSecurityState();
+// Whether the process's COM security lets a caller running under the machine account `name` in,
+// as the runtime checks every caller: the kept access control object's IsAccessAllowed for the
+// account's SID and COM_RIGHTS_EXECUTE; without an object, every caller is let in. Returns that
+// call's result (*pfAllowed FALSE on failure), E_INVALIDARG for a name of no account.
+HRESULT ComSecurityAllowsAccount(std::u16string_view name, BOOL* pfAllowed);
+
 // ---- Text for tools and tests ------------------------------------------------------------------
 // Lenient conversions: invalid input becomes U+FFFD.
 std::string Utf16ToUtf8(std::u16string_view s);
 std::u16string Utf8ToUtf16(std::string_view s);
 
-// Restores every control above to its default (real clock, no faults, no capture).
+// Restores every control above to its default (real clock, no faults, no capture) and forgets
+// the process's COM security, so that CoInitializeSecurity may be called again.
 void ResetForTest();
 
 } // namespace pal

@@ -12,6 +12,9 @@ using LPCRITICAL_SECTION = CRITICAL_SECTION*;
 static_assert(sizeof(CRITICAL_SECTION) == 40);
 
 void WINAPI InitializeCriticalSection(LPCRITICAL_SECTION lpCriticalSection);
+// FALSE with the last error only when pal::InjectFault("InitializeCriticalSectionAndSpinCount",
+// ...) makes it fail (the section is then not initialised), as older Windows could when short of
+// memory.
 BOOL WINAPI InitializeCriticalSectionAndSpinCount(LPCRITICAL_SECTION lpCriticalSection,
                                                   DWORD dwSpinCount);
 void WINAPI EnterCriticalSection(LPCRITICAL_SECTION lpCriticalSection);

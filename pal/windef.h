@@ -91,6 +91,7 @@ using FARPROC = void (*)();
 #endif
 
 #define MAX_PATH 260
+#define ANYSIZE_ARRAY 1
 #define INFINITE 0xFFFFFFFFu
 #define INVALID_HANDLE_VALUE (reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-1)))
 
@@ -132,6 +133,9 @@ union LARGE_INTEGER {
     LONGLONG QuadPart;
 };
 static_assert(sizeof(LARGE_INTEGER) == 8);
+
+// A security descriptor is opaque to its users: they pass it by pointer.
+using PSECURITY_DESCRIPTOR = PVOID;
 
 struct SECURITY_ATTRIBUTES
 {

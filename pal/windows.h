@@ -15,6 +15,7 @@
 #include "pal/fileapi.h"
 #include "pal/stringapiset.h"
 #include "pal/winbase.h"
+#include "pal/securitybaseapi.h"
 #include "pal/eventlog.h"
 #include "pal/winreg.h"
 #include "pal/winuser.h"

@@ -69,6 +69,24 @@ const MachineAccount* FindAccountBySid(std::u16string_view sid)
     return nullptr;
 }
 
+const char16_t* FindGroupSidByName(std::u16string_view name)
+{
+    if (size_t slash = name.find(u'\\'); slash != std::u16string_view::npos) {
+        if (!EqualNoCase(name.substr(0, slash), u"BUILTIN"))
+            return nullptr;
+        name = name.substr(slash + 1);
+        if (EqualNoCase(name, u"Everyone"))
+            return nullptr;
+    }
+    if (EqualNoCase(name, u"Everyone"))
+        return kEveryoneSid;
+    if (EqualNoCase(name, u"Administrators"))
+        return kAdministratorsSid;
+    if (EqualNoCase(name, u"Users"))
+        return kUsersSid;
+    return nullptr;
+}
+
 std::vector<std::u16string> AccountTokenSids(const MachineAccount& account)
 {
     std::vector<std::u16string> sids{account.pszSid};

@@ -30,6 +30,11 @@ const MachineAccount* FindAccountByName(std::u16string_view name);
 // An account by its textual SID ("S-1-5-21-...-500"); null when none has it.
 const MachineAccount* FindAccountBySid(std::u16string_view sid);
 
+// The textual SID of one of the machine's groups by its name, case-insensitively: "Everyone",
+// "Administrators" and "Users", the last two also as "BUILTIN\Administrators" and
+// "BUILTIN\Users". Null when the machine has no such group.
+const char16_t* FindGroupSidByName(std::u16string_view name);
+
 // The SIDs a caller of the account presents: its own, then its groups' (Administrators,
 // Users, Everyone), as a token lists them.
 std::vector<std::u16string> AccountTokenSids(const MachineAccount& account);

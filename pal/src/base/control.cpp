@@ -1,6 +1,7 @@
 // State that tests and tools control: captured output, overrides, the host profile and the
 // machine root.
 #include "pal/src/base/internal.h"
+#include "pal/src/com/runtime.h"
 #include "pal/src/registry/notify.h"
 
 #include <cstdio>
@@ -114,6 +115,7 @@ void ResetForTest()
     ScriptTickCounts({});
     ResetLocalTimeForTest();
     SetProcessAccount(u"");
+    detail::ResetComSecurity();
     std::lock_guard lock(g_controlLock);
     g_control = ControlState{};
 }

@@ -1,5 +1,6 @@
-// The process's class table: class objects registered by the code of this process, and the
-// activation that finds them.
+// The process's class table: class objects registered by the code of this process, the runtime's
+// own classes, and the activation that finds them.
+#include "pal/iaccess.h"
 #include "pal/objbase.h"
 #include "pal/src/base/internal.h"
 #include "pal/src/com/runtime.h"
@@ -49,6 +50,59 @@ DWORD InprocContexts(const CRegistration& reg)
     return dw;
 }
 
+// The class object of one of the runtime's own classes: the system serves them from its
+// in-process server, so they are always there. It lives as long as the process.
+class CBuiltInClassObject final : public IClassFactory
+{
+public:
+    using Creator = HRESULT (*)(REFIID riid, void** ppv);
+    explicit constexpr CBuiltInClassObject(Creator pfnCreate) : m_pfnCreate(pfnCreate) {}
+
+    STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override
+    {
+        if (!ppv)
+            return E_POINTER;
+        if (!IsEqualIID(riid, IID_IUnknown) && !IsEqualIID(riid, IID_IClassFactory)) {
+            *ppv = nullptr;
+            return E_NOINTERFACE;
+        }
+        *ppv = static_cast<IClassFactory*>(this);
+        return S_OK;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
+    STDMETHODIMP_(ULONG) Release() override { return 1; }
+    STDMETHODIMP CreateInstance(IUnknown* pUnkOuter, REFIID riid, void** ppv) override
+    {
+        if (!ppv)
+            return E_POINTER;
+        *ppv = nullptr;
+        return pUnkOuter ? CLASS_E_NOAGGREGATION : m_pfnCreate(riid, ppv);
+    }
+    STDMETHODIMP LockServer(BOOL) override { return S_OK; }
+
+private:
+    Creator m_pfnCreate;
+};
+
+struct CBuiltInClass
+{
+    const CLSID* pclsid;
+    CBuiltInClassObject* pClassObject;
+};
+
+CBuiltInClassObject g_accessControlClass(&pal::detail::CreateAccessControlObject);
+const CBuiltInClass kBuiltInClasses[] = {
+    {&CLSID_DCOMAccessControl, &g_accessControlClass},
+};
+
+IUnknown* FindBuiltInClass(REFCLSID rclsid)
+{
+    for (const CBuiltInClass& builtIn : kBuiltInClasses)
+        if (IsEqualCLSID(*builtIn.pclsid, rclsid))
+            return builtIn.pClassObject;
+    return nullptr;
+}
+
 void GuidText(REFCLSID rclsid, WCHAR (&sz)[40])
 {
     if (StringFromGUID2(rclsid, sz, 40) == 0)
@@ -78,6 +132,15 @@ HRESULT FindClassObject(REFCLSID rclsid, DWORD dwClsContext, IUnknown** ppUnk)
                 fLocalStopping = true;
             else if (!pLocal)
                 pLocal = &reg;
+        }
+    }
+    // The runtime's own in-process server comes before a local server, as the registry's
+    // InprocServer32 does.
+    if (dwClsContext & CLSCTX_INPROC_SERVER) {
+        if (IUnknown* pBuiltIn = FindBuiltInClass(rclsid)) {
+            pBuiltIn->AddRef();
+            *ppUnk = pBuiltIn;
+            return S_OK;
         }
     }
     if (pLocal) {

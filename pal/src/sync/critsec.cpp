@@ -1,7 +1,9 @@
 // Critical sections: a recursive pthread mutex placed in the structure's opaque storage.
 //
-// Nothing here touches other state of the layer, so a critical section that a static
+// Nothing here touches other state of the layer but the fault hook, which reads only a
+// constant-initialised flag until a test injects a fault, so a critical section that a static
 // initialiser sets up before main (the trace lock) works whatever the order of initialisation.
+#include "pal/src/base/internal.h"
 #include "pal/synchapi.h"
 
 #include <new>
@@ -37,6 +39,8 @@ BOOL WINAPI InitializeCriticalSectionAndSpinCount(LPCRITICAL_SECTION lpCriticalS
 {
     // The spin count is a tuning hint; the mutex spins as it sees fit.
     (void)dwSpinCount;
+    if (pal::detail::FailIfInjected("InitializeCriticalSectionAndSpinCount"))
+        return FALSE;
     InitializeCriticalSection(lpCriticalSection);
     return TRUE;
 }

@@ -1,0 +1,6 @@
+// Windows: the RPC authentication and impersonation levels come from the SDK.
+#pragma once
+
+#include "pal/windef.h"
+
+#include <rpc.h>
