@@ -41,10 +41,10 @@ void BM_StartToRunning(benchmark::State& state)
     setenv("ORVSIM_ROOT", root.c_str(), 1);
     SC_HANDLE hManager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
     std::u16string image = pal::Utf8ToUtf16("\"" HOST_TEST_SERVICE_EXE "\" --no-autoshutdown");
-    SC_HANDLE hService = CreateServiceW(hManager, u"OrvBenchSvc", u"Benchmark service",
-                                        SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
-                                        SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, image.c_str(),
-                                        nullptr, nullptr, nullptr, nullptr, nullptr);
+    SC_HANDLE hService =
+        CreateServiceW(hManager, u"OrvBenchSvc", u"Benchmark service", SERVICE_ALL_ACCESS,
+                       SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
+                       image.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr);
     if (!hService) {
         state.SkipWithError("CreateServiceW failed");
         return;

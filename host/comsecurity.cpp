@@ -56,15 +56,14 @@ HRESULT CServiceModule::InitializeSecurity()
     CSecurityHolder holder;
 
     SID_IDENTIFIER_AUTHORITY ntAuthority = SECURITY_NT_AUTHORITY;
-    if (!AllocateAndInitializeSid(&ntAuthority, 1, SECURITY_LOCAL_SYSTEM_RID, 0, 0, 0, 0, 0, 0,
-                                  0, &holder.pSystemSid)) {
+    if (!AllocateAndInitializeSid(&ntAuthority, 1, SECURITY_LOCAL_SYSTEM_RID, 0, 0, 0, 0, 0, 0, 0,
+                                  &holder.pSystemSid)) {
         HRESULT hr = HRESULT_FROM_WIN32(GetLastError());
         TRACE(TRACE_LEVEL_ERROR, W("AllocateAndInitializeSid FAILED\n"));
         return hr;
     }
     if (!AllocateAndInitializeSid(&ntAuthority, 2, SECURITY_BUILTIN_DOMAIN_RID,
-                                  DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0, 0, 0,
-                                  &holder.pAdminsSid)) {
+                                  DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0, 0, 0, &holder.pAdminsSid)) {
         HRESULT hr = HRESULT_FROM_WIN32(GetLastError());
         TRACE(TRACE_LEVEL_ERROR, W("AllocateAndInitializeSid FAILED\n"));
         return hr;
@@ -84,8 +83,7 @@ HRESULT CServiceModule::InitializeSecurity()
     accessList.cEntries = 1;
     accessList.pPropertyAccessList = &propertyEntry;
 
-    HRESULT hr = CoCreateInstance(CLSID_DCOMAccessControl, nullptr, CLSCTX_ALL,
-                                  IID_IAccessControl,
+    HRESULT hr = CoCreateInstance(CLSID_DCOMAccessControl, nullptr, CLSCTX_ALL, IID_IAccessControl,
                                   reinterpret_cast<void**>(&holder.pAccessControl));
     if (FAILED(hr)) {
         TRACE(TRACE_LEVEL_ERROR,

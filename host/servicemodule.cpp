@@ -6,8 +6,8 @@
 #include "pal/errhandlingapi.h"
 #include "pal/handleapi.h"
 #include "pal/objbase.h"
-#include "pal/winbase.h"
 #include "pal/synchapi.h"
+#include "pal/winbase.h"
 
 #include <new>
 
@@ -49,8 +49,7 @@ CServiceModule::CServiceModule()
       m_hServiceStatus(nullptr), m_dwThreadID(0), m_dwStartEventId(0), m_dwStopEventId(0),
       m_fService(FALSE), m_fAutoShutdown(FALSE), m_fSystemShutdown(FALSE),
       m_hEventShutdown(nullptr), m_lShutdownInProgress(0)
-{
-}
+{}
 
 CServiceModule::~CServiceModule()
 {

@@ -33,8 +33,8 @@ public:
     // Called once by the process entry: COM, the COM server module, the event log writer for
     // the source `pszServiceName`, the shutdown event and the service's names.
     HRESULT Init(LPCWSTR pszServiceName, DWORD dwStartEventId, DWORD dwStopEventId,
-                 _ATL_OBJMAP_ENTRY* pObjMap, HINSTANCE hInstance, LPCWSTR pszAppId,
-                 BOOL fService, BOOL fAutoShutdown, const GUID* plibid);
+                 _ATL_OBJMAP_ENTRY* pObjMap, HINSTANCE hInstance, LPCWSTR pszAppId, BOOL fService,
+                 BOOL fAutoShutdown, const GUID* plibid);
     // Runs the module as a service (through the service control dispatcher) or as a process;
     // returns when it has stopped.
     HRESULT Start();

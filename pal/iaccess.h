@@ -28,6 +28,9 @@
 //    allowed entry for any of them allows; otherwise access is refused.
 // Approximated: Windows answers IsAccessAllowed only during a call, for its caller; here it
 // answers for any account of the machine at any time, which is how the runtime checks a caller.
+// Injected faults (pal::InjectFault) named "IAccessControl::SetAccessRights" and
+// "IAccessControl::GrantAccessRights" make those methods return the injected value as their
+// HRESULT, changing nothing.
 #pragma once
 
 #include "pal/accctrl.h"

@@ -212,6 +212,11 @@ private:
 
     HRESULT Update(const ACTRL_ACCESSW* pAccessList, bool fReplace)
     {
+        if (HRESULT hr = pal::detail::InjectedComFault(
+                fReplace ? "IAccessControl::SetAccessRights" : "IAccessControl::GrantAccessRights",
+                nullptr);
+            FAILED(hr))
+            return hr;
         try {
             std::vector<CEntry> entries;
             if (HRESULT hr = ReadList(pAccessList, &entries); FAILED(hr))

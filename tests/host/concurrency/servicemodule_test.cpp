@@ -58,6 +58,20 @@ protected:
             ids.push_back(record.dwEventId);
         return ids;
     }
+    // The trace text without the scopes' indentation, which these tests do not judge.
+    static std::string Unindented(const std::string& text)
+    {
+        std::string out;
+        bool fLineStart = true;
+        for (char c : text) {
+            if (fLineStart && c == ' ')
+                continue;
+            fLineStart = c == '\n';
+            out += c;
+        }
+        return out;
+    }
+    static std::string TraceText() { return Unindented(orvtest::TakeTraceText()); }
     // How often `line` occurs in the trace text.
     static size_t Count(const std::string& text, const std::string& line)
     {
@@ -88,9 +102,14 @@ struct InitFailureRow
     const char* line;
 };
 
-class InitFailureTest : public ServiceModuleTest, public ::testing::WithParamInterface<InitFailureRow>
+void PrintTo(const InitFailureRow& row, std::ostream* os)
 {
-};
+    *os << row.name;
+}
+
+class InitFailureTest : public ServiceModuleTest,
+                        public ::testing::WithParamInterface<InitFailureRow>
+{};
 
 TEST_P(InitFailureTest, FailsWithItsResultAndTraceLine)
 {
@@ -102,24 +121,24 @@ TEST_P(InitFailureTest, FailsWithItsResultAndTraceLine)
     EXPECT_HR(row.hrExpected, InitModule(TRUE, TRUE));
     pal::ClearFaults();
     pal::FailNothrowNewAt(0);
-    std::string text = orvtest::TakeTraceText();
+    std::string text = TraceText();
     EXPECT_EQ(1u, Count(text, row.line)) << text;
     EXPECT_EQ(std::string::npos, text.find("m_szServiceName=")) << text;
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, InitFailureTest,
-    ::testing::Values(
-        InitFailureRow{"CoInitializeEx", "CoInitializeEx", DWORD(E_UNEXPECTED), E_UNEXPECTED,
-                       "CoInitializeEx FAILED [hr=0x8000ffff]\n"},
-        InitFailureRow{"ModuleInit", "InitializeCriticalSectionAndSpinCount",
-                       ERROR_NOT_ENOUGH_MEMORY, kNoMemoryHr,
-                       "CComModule::Init FAILED [hr=0x80070008]\n"},
-        InitFailureRow{"EventLogWriter", nullptr, 0, E_OUTOFMEMORY, "new CEventLog FAILED\n"},
-        InitFailureRow{"EventSource", "RegisterEventSourceW", ERROR_ACCESS_DENIED, kDeniedHr,
-                       "m_pEvent->Initialize FAILED [hr=0x80070005]\n"},
-        InitFailureRow{"ShutdownEvent", "CreateEventW", ERROR_NOT_ENOUGH_MEMORY, kNoMemoryHr,
-                       "CreateEvent FAILED [dwError=0x00000008]\n"}),
+    ::testing::Values(InitFailureRow{"CoInitializeEx", "CoInitializeEx", DWORD(E_UNEXPECTED),
+                                     E_UNEXPECTED, "CoInitializeEx FAILED [hr=0x8000ffff]\n"},
+                      InitFailureRow{"ModuleInit", "InitializeCriticalSectionAndSpinCount",
+                                     ERROR_NOT_ENOUGH_MEMORY, kNoMemoryHr,
+                                     "CComModule::Init FAILED [hr=0x80070008]\n"},
+                      InitFailureRow{"EventLogWriter", nullptr, 0, E_OUTOFMEMORY,
+                                     "new CEventLog FAILED\n"},
+                      InitFailureRow{"EventSource", "RegisterEventSourceW", ERROR_ACCESS_DENIED,
+                                     kDeniedHr, "m_pEvent->Initialize FAILED [hr=0x80070005]\n"},
+                      InitFailureRow{"ShutdownEvent", "CreateEventW", ERROR_NOT_ENOUGH_MEMORY,
+                                     kNoMemoryHr, "CreateEvent FAILED [dwError=0x00000008]\n"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(ServiceModuleTest, InitSetsTheNamesAndTheStoppedStatus)
@@ -129,13 +148,13 @@ TEST_F(ServiceModuleTest, InitSetsTheNamesAndTheStoppedStatus)
               "m_szServiceName=OrvTestSvc\n"
               "m_szServiceDisplay=Verdane VSS Hardware Provider\n"
               "m_szServiceDescp=VSS Hardware Provider for Verdane LUNs\n",
-              orvtest::TakeTraceText());
+              TraceText());
     const SERVICE_STATUS& s = _Module.m_status;
-    EXPECT_EQ((std::vector<DWORD>{SERVICE_WIN32_OWN_PROCESS, SERVICE_STOPPED,
-                                  SERVICE_ACCEPT_STOP, 0, 0, 0, 0}),
+    EXPECT_EQ((std::vector<DWORD>{SERVICE_WIN32_OWN_PROCESS, SERVICE_STOPPED, SERVICE_ACCEPT_STOP,
+                                  0, 0, 0, 0}),
               (std::vector<DWORD>{s.dwServiceType, s.dwCurrentState, s.dwControlsAccepted,
-                                  s.dwWin32ExitCode, s.dwServiceSpecificExitCode,
-                                  s.dwCheckPoint, s.dwWaitHint}));
+                                  s.dwWin32ExitCode, s.dwServiceSpecificExitCode, s.dwCheckPoint,
+                                  s.dwWaitHint}));
     EXPECT_NE(nullptr, _Module.m_pEvent.get());
 }
 
@@ -143,21 +162,22 @@ TEST_F(ServiceModuleTest, InitSetsTheNamesAndTheStoppedStatus)
 TEST_F(ServiceModuleTest, StartFromAConsoleReturnsTheDispatcherError)
 {
     ASSERT_HR(S_OK, InitModule(TRUE, TRUE));
-    orvtest::TakeTraceText();
+    TraceText();
     EXPECT_HR(HRESULT_FROM_WIN32(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT), _Module.Start());
     EXPECT_EQ("m_fService=1\nStartServiceCtrlDispatcher FAILED [dwError=0x00000427]\n",
-              orvtest::TakeTraceText());
+              TraceText());
 }
 
 TEST_F(ServiceModuleTest, ServiceMainWithoutAHandlerReportsNothing)
 {
     ASSERT_HR(S_OK, InitModule(TRUE, TRUE));
-    orvtest::TakeTraceText();
+    TraceText();
     pal::InjectFault("RegisterServiceCtrlHandlerW", ERROR_NOT_ENOUGH_MEMORY);
     _Module.ServiceMain(0, nullptr);
-    EXPECT_EQ("RegisterServiceCtrlHandler FAILED [dwError=0x00000008]\n",
-              orvtest::TakeTraceText());
-    EXPECT_TRUE(pal::ServiceStatusReports(kTestServiceName).empty());
+    EXPECT_EQ("RegisterServiceCtrlHandler FAILED [dwError=0x00000008]\n", TraceText());
+    std::vector<pal::ServiceStatusReport> reports;
+    EXPECT_WIN32(ERROR_SERVICE_DOES_NOT_EXIST,
+                 pal::ServiceStatusReports(kTestServiceName, &reports));
     EXPECT_TRUE(EventIds().empty());
 }
 
@@ -173,9 +193,13 @@ struct RunFailureRow
     const char* lines;
 };
 
-class RunFailureTest : public ServiceModuleTest, public ::testing::WithParamInterface<RunFailureRow>
+void PrintTo(const RunFailureRow& row, std::ostream* os)
 {
-};
+    *os << row.name;
+}
+
+class RunFailureTest : public ServiceModuleTest, public ::testing::WithParamInterface<RunFailureRow>
+{};
 
 TEST_P(RunFailureTest, ReturnsBeforeServing)
 {
@@ -184,12 +208,13 @@ TEST_P(RunFailureTest, ReturnsBeforeServing)
     if (row.api)
         pal::InjectFault(row.api, row.dwError, row.nth, row.arg);
     else // COM security is set once per process: a second setting is too late
-        ASSERT_HR(S_OK, CoInitializeSecurity(nullptr, -1, nullptr, nullptr, 0, 0, nullptr, 0,
-                                             nullptr));
-    orvtest::TakeTraceText();
+        ASSERT_HR(S_OK,
+                  CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_CONNECT,
+                                       RPC_C_IMP_LEVEL_IDENTIFY, nullptr, EOAC_NONE, nullptr));
+    TraceText();
     EXPECT_HR(row.hrExpected, _Module.Run());
     pal::ClearFaults();
-    EXPECT_EQ(row.lines, orvtest::TakeTraceText());
+    EXPECT_EQ(row.lines, TraceText());
     IUnknown* pUnk = nullptr;
     EXPECT_HR(REGDB_E_CLASSNOTREG, CoCreateInstance(CLSID_TestServer, nullptr, CLSCTX_ALL,
                                                     IID_IUnknown, reinterpret_cast<void**>(&pUnk)));
@@ -198,32 +223,54 @@ TEST_P(RunFailureTest, ReturnsBeforeServing)
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, RunFailureTest,
-    ::testing::Values(
-        RunFailureRow{"SystemSid", "AllocateAndInitializeSid", ERROR_NOT_ENOUGH_MEMORY, 1,
-                      nullptr, kNoMemoryHr,
-                      "AllocateAndInitializeSid FAILED\n"
-                      "InitializeSecurity FAILED [hr=0x80070008]\n"},
-        RunFailureRow{"AdministratorsSid", "AllocateAndInitializeSid", ERROR_NOT_ENOUGH_MEMORY, 2,
-                      nullptr, kNoMemoryHr,
-                      "AllocateAndInitializeSid FAILED\n"
-                      "InitializeSecurity FAILED [hr=0x80070008]\n"},
-        RunFailureRow{"AccessControlObject", "CoCreateInstance", DWORD(REGDB_E_CLASSNOTREG), 0,
-                      W("{0000031D-0000-0000-C000-000000000046}"), REGDB_E_CLASSNOTREG,
-                      "CoCreateInstance on CLSID_DCOMAccessControl FAILED [hr=0x80040154]\n"
-                      "InitializeSecurity FAILED [hr=0x80040154]\n"},
-        RunFailureRow{"AccessRights", "IAccessControl::SetAccessRights", DWORD(E_OUTOFMEMORY), 0,
-                      nullptr, E_OUTOFMEMORY,
-                      "SetAccessRights FAILED [hr=0x8007000e]\n"
-                      "InitializeSecurity FAILED [hr=0x8007000e]\n"},
-        RunFailureRow{"SecurityTooLate", nullptr, 0, 0, nullptr, RPC_E_TOO_LATE,
-                      "CoInitializeSecurity FAILED [hr=0x80010119]\n"
-                      "InitializeSecurity FAILED [hr=0x80010119]\n"},
-        RunFailureRow{"ClassObject", "CoRegisterClassObject", DWORD(E_OUTOFMEMORY), 0, nullptr,
-                      E_OUTOFMEMORY,
-                      "CoInitializeSecurity succeeded\n"
-                      "Registering class object\n"
-                      "RegisterClassObjects FAILED [hr=0x8007000e]\n"}),
+    ::testing::Values(RunFailureRow{"SystemSid", "AllocateAndInitializeSid",
+                                    ERROR_NOT_ENOUGH_MEMORY, 1, nullptr, kNoMemoryHr,
+                                    "AllocateAndInitializeSid FAILED\n"
+                                    "InitializeSecurity FAILED [hr=0x80070008]\n"},
+                      RunFailureRow{"AdministratorsSid", "AllocateAndInitializeSid",
+                                    ERROR_NOT_ENOUGH_MEMORY, 2, nullptr, kNoMemoryHr,
+                                    "AllocateAndInitializeSid FAILED\n"
+                                    "InitializeSecurity FAILED [hr=0x80070008]\n"},
+                      RunFailureRow{
+                          "AccessControlObject", "CoCreateInstance", DWORD(REGDB_E_CLASSNOTREG), 0,
+                          W("{0000031D-0000-0000-C000-000000000046}"), REGDB_E_CLASSNOTREG,
+                          "CoCreateInstance on CLSID_DCOMAccessControl FAILED [hr=0x80040154]\n"
+                          "InitializeSecurity FAILED [hr=0x80040154]\n"},
+                      RunFailureRow{"AccessRights", "IAccessControl::SetAccessRights",
+                                    DWORD(E_OUTOFMEMORY), 0, nullptr, E_OUTOFMEMORY,
+                                    "SetAccessRights FAILED [hr=0x8007000e]\n"
+                                    "InitializeSecurity FAILED [hr=0x8007000e]\n"},
+                      RunFailureRow{"SecurityTooLate", nullptr, 0, 0, nullptr, RPC_E_TOO_LATE,
+                                    "CoInitializeSecurity FAILED [hr=0x80010119]\n"
+                                    "InitializeSecurity FAILED [hr=0x80010119]\n"},
+                      RunFailureRow{"ClassObject", "CoRegisterClassObject", DWORD(E_OUTOFMEMORY), 0,
+                                    nullptr, E_OUTOFMEMORY,
+                                    "CoInitializeSecurity succeeded\n"
+                                    "Registering class object\n"
+                                    "RegisterClassObjects FAILED [hr=0x8007000e]\n"}),
     [](const auto& info) { return std::string(info.param.name); });
+
+// What COM keeps: the access list lets the local system account and an Administrators member
+// call in, a plain user not; identify-level impersonation, packet integrity.
+TEST_F(ServiceModuleTest, SecurityAdmitsSystemAndAdministratorsOnly)
+{
+    ASSERT_HR(S_OK, InitModule(TRUE, TRUE));
+    TraceText();
+    ASSERT_HR(S_OK, _Module.InitializeSecurity());
+    EXPECT_EQ("CoInitializeSecurity succeeded\n", TraceText());
+    pal::ComSecurityState state = pal::GetComSecurityState();
+    EXPECT_TRUE(state.fInitialized && state.fAccessControl);
+    EXPECT_EQ((std::vector<DWORD>{RPC_C_AUTHN_LEVEL_PKT_INTEGRITY, RPC_C_IMP_LEVEL_IDENTIFY,
+                                  EOAC_ACCESS_CONTROL}),
+              (std::vector<DWORD>{state.dwAuthnLevel, state.dwImpLevel, state.dwCapabilities}));
+    for (auto [account, fExpected] :
+         {std::pair{u"LocalSystem", TRUE}, std::pair{u".\\Administrator", TRUE},
+          std::pair{u"User", FALSE}}) {
+        BOOL fAllowed = !fExpected;
+        EXPECT_HR(S_OK, pal::ComSecurityAllowsAccount(account, &fAllowed));
+        EXPECT_EQ(fExpected, fAllowed) << pal::Utf16ToUtf8(account);
+    }
+}
 
 // ---- The handler: what each control traces and does while the server runs ----
 TEST_F(ServiceModuleTest, HandlerTracesKnownControlsAndIgnoresTheRest)
@@ -240,18 +287,17 @@ TEST_F(ServiceModuleTest, HandlerTracesKnownControlsAndIgnoresTheRest)
         {128, ""},
         {255, ""},
     };
-    orvtest::TakeTraceText();
+    TraceText();
     for (const auto& row : rows) {
         _Module.Handler(row.dwControl);
-        EXPECT_EQ(row.line, orvtest::TakeTraceText()) << row.dwControl;
+        EXPECT_EQ(row.line, TraceText()) << row.dwControl;
     }
     EXPECT_EQ(0, ReadNoFence(&_Module.m_lShutdownInProgress));
 }
 
 // ---- As an ordinary process: auto-shutdown, the drain, and a stop meeting the last release ----
 class AutoShutdownTest : public ServiceModuleTest, public ::testing::WithParamInterface<BOOL>
-{
-};
+{};
 
 TEST_P(AutoShutdownTest, ReleasingTheLastObjectStopsTheServerOnlyWhenOn)
 {
@@ -262,9 +308,9 @@ TEST_P(AutoShutdownTest, ReleasingTheLastObjectStopsTheServerOnlyWhenOn)
     IUnknown* pUnk = WaitForObject();
     ASSERT_NE(nullptr, pUnk);
     EXPECT_EQ(1, _Module.GetLockCount());
-    orvtest::TakeTraceText();
+    TraceText();
     pUnk->Release();
-    std::string text = orvtest::TakeTraceText();
+    std::string text = TraceText();
     EXPECT_EQ(1u, Count(text, "Module lock has reached zero!\n")) << text;
     EXPECT_EQ(fAutoShutdown ? 1u : 0u, Count(text, "Starting to shutdown service!\n")) << text;
     if (!fAutoShutdown) {
@@ -273,7 +319,7 @@ TEST_P(AutoShutdownTest, ReleasingTheLastObjectStopsTheServerOnlyWhenOn)
     }
     server.join();
     EXPECT_HR(S_OK, hrRun);
-    text += orvtest::TakeTraceText();
+    text += TraceText();
     EXPECT_EQ(1u, Count(text, "Starting to shutdown service...\n")) << text;
     EXPECT_EQ(0u, Count(text, "Waiting for module lock count")) << text;
     EXPECT_EQ(1u, Count(text, "Revoking class object\n")) << text;
@@ -289,9 +335,13 @@ struct DrainRow
     size_t cWaits;
 };
 
-class DrainTest : public ServiceModuleTest, public ::testing::WithParamInterface<DrainRow>
+void PrintTo(const DrainRow& row, std::ostream* os)
 {
-};
+    *os << row.name;
+}
+
+class DrainTest : public ServiceModuleTest, public ::testing::WithParamInterface<DrainRow>
+{};
 
 // A client that never lets go: the server waits 10 s at a time, then stops anyway.
 TEST_P(DrainTest, WaitsForTheLockAtMostItsAllowance)
@@ -304,12 +354,12 @@ TEST_P(DrainTest, WaitsForTheLockAtMostItsAllowance)
     IUnknown* pUnk = WaitForObject();
     ASSERT_NE(nullptr, pUnk);
     pUnk->Release();
-    orvtest::TakeTraceText();
+    TraceText();
     DWORD dwStart = GetTickCount();
     _Module.Handler(row.dwControl);
     server.join();
     DWORD dwElapsed = GetTickCount() - dwStart;
-    std::string text = orvtest::TakeTraceText();
+    std::string text = TraceText();
     EXPECT_EQ(row.cWaits, Count(text, "Waiting for module lock count to reach zero, dwLocks=1\n"))
         << text;
     EXPECT_GE(dwElapsed, row.cWaits * 10000);
@@ -320,8 +370,7 @@ TEST_P(DrainTest, WaitsForTheLockAtMostItsAllowance)
 
 INSTANTIATE_TEST_SUITE_P(Rows, DrainTest,
                          ::testing::Values(DrainRow{"Stop", SERVICE_CONTROL_STOP, 3},
-                                           DrainRow{"SystemShutdown", SERVICE_CONTROL_SHUTDOWN,
-                                                    1}),
+                                           DrainRow{"SystemShutdown", SERVICE_CONTROL_SHUTDOWN, 1}),
                          [](const auto& info) { return std::string(info.param.name); });
 
 // The handler's stop and the last release race for the shutdown: exactly one proceeds.
@@ -332,7 +381,7 @@ TEST_F(ServiceModuleTest, StopAndLastReleaseShutDownOnce)
     std::thread server([] { _Module.Run(); });
     IUnknown* pUnk = WaitForObject();
     ASSERT_NE(nullptr, pUnk);
-    orvtest::TakeTraceText();
+    TraceText();
     std::atomic<bool> fGo{false};
     std::thread stopper([&] {
         while (!fGo.load())
@@ -348,7 +397,7 @@ TEST_F(ServiceModuleTest, StopAndLastReleaseShutDownOnce)
     stopper.join();
     releaser.join();
     server.join();
-    std::string text = orvtest::TakeTraceText();
+    std::string text = TraceText();
     EXPECT_EQ(1u, Count(text, "Starting to shutdown service...\n")) << text;
     EXPECT_EQ(1u, Count(text, "Shutdown is already in progress...\n")) << text;
     EXPECT_EQ(0, _Module.GetLockCount());

@@ -2,8 +2,8 @@
 // service control manager, stopped or interrogated from this process, and judged by the status
 // reports the manager recorded and the events the module reported.
 #include "host/servicemodule.h"
-#include "pal/paleventlog.h"
 #include "pal/palcontrol.h"
+#include "pal/paleventlog.h"
 #include "tests/host/support/testserver.h"
 #include "tests/support/paltest.h"
 
@@ -26,8 +26,8 @@ struct Report
 
 void PrintTo(const Report& r, std::ostream* os)
 {
-    *os << (r.fByManager ? "manager " : "service ") << r.dwState << " cp" << r.dwCheckPoint
-        << " wh" << r.dwWaitHint;
+    *os << (r.fByManager ? "manager " : "service ") << r.dwState << " cp" << r.dwCheckPoint << " wh"
+        << r.dwWaitHint;
 }
 
 constexpr Report kManagerStart{true, SERVICE_START_PENDING, 0, 2000};
@@ -42,11 +42,16 @@ constexpr Report StopPending(DWORD dwCheckPoint)
 struct ServiceRow
 {
     const char* name;
-    const char* args;                // the test service's options
-    std::vector<DWORD> controls;     // sent with ControlService once it runs
-    std::vector<Report> reports;     // recorded from the start to the stop
-    std::vector<DWORD> events;       // reported under the service's source
+    const char* args;            // the test service's options
+    std::vector<DWORD> controls; // sent with ControlService once it runs
+    std::vector<Report> reports; // recorded from the start to the stop
+    std::vector<DWORD> events;   // reported under the service's source
 };
+
+void PrintTo(const ServiceRow& row, std::ostream* os)
+{
+    *os << row.name;
+}
 
 class ServiceProcessTest : public orvtest::PalTest, public ::testing::WithParamInterface<ServiceRow>
 {
@@ -66,10 +71,10 @@ protected:
         ASSERT_NE(nullptr, m_hManager);
         orvtest::WString image =
             orvtest::Wide("\"" HOST_TEST_SERVICE_EXE "\" --clock-scale 1000 " + args);
-        m_hService = CreateServiceW(m_hManager, kTestServiceName, W("Test service"),
-                                    SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
-                                    SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, image.c_str(),
-                                    nullptr, nullptr, nullptr, nullptr, nullptr);
+        m_hService =
+            CreateServiceW(m_hManager, kTestServiceName, W("Test service"), SERVICE_ALL_ACCESS,
+                           SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
+                           image.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr);
         ASSERT_NE(nullptr, m_hService) << GetLastError();
     }
     DWORD State()
@@ -135,12 +140,12 @@ INSTANTIATE_TEST_SUITE_P(
                    {kManagerStart, kStartPending, kRunning, StopPending(1), StopPending(2),
                     StopPending(3), StopPending(4), kStopped},
                    {SERVICE_START_EVENT_ID, SERVICE_STOP_EVENT_ID}},
-        ServiceRow{"SystemShutdownWhileHeld",
-                   "--hold --direct-control 5",
-                   {},
-                   {kManagerStart, kStartPending, kRunning, StopPending(1), StopPending(2),
-                    kStopped},
-                   {SERVICE_START_EVENT_ID, SERVICE_STOP_EVENT_ID}},
+        ServiceRow{
+            "SystemShutdownWhileHeld",
+            "--hold --direct-control 5",
+            {},
+            {kManagerStart, kStartPending, kRunning, StopPending(1), StopPending(2), kStopped},
+            {SERVICE_START_EVENT_ID, SERVICE_STOP_EVENT_ID}},
         ServiceRow{"Interrogate",
                    "",
                    {SERVICE_CONTROL_INTERROGATE, SERVICE_CONTROL_STOP},

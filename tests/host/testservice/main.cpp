@@ -80,8 +80,7 @@ int main(int argc, char** argv)
             DWORD dwCode =
                 static_cast<DWORD>(std::strtoul(fault.c_str() + equals + 1, nullptr, 16));
             pal::InjectFault(fault.substr(0, equals).c_str(), dwCode);
-        }
-        else
+        } else
             return 2;
     }
     pal::SetClockScale(options.dwClockScale);
