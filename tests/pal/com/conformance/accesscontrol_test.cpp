@@ -57,7 +57,8 @@ TEST_F(AccessControlTest, IdsAndSlotOrderAreThePublishedOnes)
     EXPECT_EQ("SetOwner", Reach(r, 5, trustee, trustee));
     EXPECT_EQ("RevokeAccessRights", Reach(r, 6, name, ULONG(0), trustee));
     EXPECT_EQ("GetAllAccessRights", Reach(r, 7, name, &list, &trustee, &trustee));
-    EXPECT_EQ("IsAccessAllowed", Reach(r, 8, trustee, name, ACCESS_RIGHTS(0), static_cast<BOOL*>(nullptr)));
+    EXPECT_EQ("IsAccessAllowed",
+              Reach(r, 8, trustee, name, ACCESS_RIGHTS(0), static_cast<BOOL*>(nullptr)));
 }
 
 } // namespace
