@@ -122,8 +122,8 @@ TEST_F(ServiceProcessTest, RunsReportsAndObeysControlsInOrder)
     EXPECT_EQ(0u, Status(h).dwWin32ExitCode);
     EXPECT_CALL_ERROR(FALSE, ERROR_SERVICE_NOT_ACTIVE,
                       ControlService(h, SERVICE_CONTROL_STOP, &status));
-    EXPECT_EQ((Lines{"main|OrvLife|alpha|two words", "account LocalSystem", "control 4",
-                     "control 150", "control 1"}),
+    EXPECT_EQ((Lines{"main|OrvLife|alpha|two words", "account LocalSystem", "bad state 13",
+                     "control 4", "control 150", "control 1"}),
               LogOf("OrvLife"));
     EXPECT_EQ((Lines{"manager START_PENDING 0 2000 0", "service START_PENDING 1 3000 0",
                      "service RUNNING 0 0 0", "service RUNNING 0 0 0",
@@ -226,7 +226,8 @@ TEST_F(ServiceProcessTest, RunsUnderItsAccountAndTimesOutAHungHandler)
     pal::SetClockScale(1000);
     SERVICE_STATUS status{};
     EXPECT_CALL_ERROR(FALSE, ERROR_SERVICE_REQUEST_TIMEOUT, ControlService(h, 200, &status));
-    EXPECT_EQ((Lines{"main|OrvUser", "account .\\User", "control 200"}), LogOf("OrvUser"));
+    EXPECT_EQ((Lines{"main|OrvUser", "account .\\User", "bad state 13", "control 200"}),
+              LogOf("OrvUser"));
 }
 
 } // namespace
