@@ -218,6 +218,19 @@ TEST_F(ServiceProcessTest, StartsThatFail)
     }
 }
 
+TEST_F(ServiceProcessTest, ControlsReachAServiceWhoseMachineRootIsTooDeepForASocketPath)
+{
+    std::filesystem::path deep = MakeDir(std::string(120, 'd'));
+    setenv("ORVSIM_ROOT", deep.c_str(), 1);
+    m_manager.Reset(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    SC_HANDLE h = Create("OrvDeep");
+    ASSERT_TRUE(StartServiceW(h, 0, nullptr)) << GetLastError();
+    ASSERT_TRUE(WaitForState(h, SERVICE_RUNNING));
+    SERVICE_STATUS status{};
+    EXPECT_TRUE(ControlService(h, SERVICE_CONTROL_STOP, &status)) << GetLastError();
+    EXPECT_TRUE(WaitForState(h, SERVICE_STOPPED));
+}
+
 TEST_F(ServiceProcessTest, RunsUnderItsAccountAndTimesOutAHungHandler)
 {
     SC_HANDLE h = Create("OrvUser", {}, W(".\\User"), W("Orvsim-User1"));
