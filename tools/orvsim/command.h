@@ -24,6 +24,9 @@ std::unique_ptr<Command> AddRegCommand(CLI::App& app);
 // `orvsim events`: the event log, newest last, as text or JSON.
 std::unique_ptr<Command> AddEventsCommand(CLI::App& app);
 
+// `orvsim sc`: create, start, control, query and delete services in the manner of sc.exe.
+std::unique_ptr<Command> AddScCommand(CLI::App& app);
+
 // `orvsim storage`: the simulated storage service's topology, state, faults and LUN data.
 std::unique_ptr<Command> AddStorageCommand(CLI::App& app);
 

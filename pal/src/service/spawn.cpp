@@ -22,8 +22,18 @@ namespace pal::detail::service {
 
 namespace {
 
-std::mutex g_childLock;
-std::set<pid_t> g_running; // started here and not known to have ended
+struct Children
+{
+    std::mutex lock;
+    std::set<pid_t> running; // started here and not known to have ended
+};
+
+// Never destroyed: reaping threads may outlive the process's static objects.
+Children& TheChildren()
+{
+    static Children* pChildren = new Children;
+    return *pChildren;
+}
 
 void Reap(pid_t pid)
 {
@@ -31,8 +41,9 @@ void Reap(pid_t pid)
     while (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
     }
     {
-        std::lock_guard lock(g_childLock);
-        g_running.erase(pid);
+        Children& children = TheChildren();
+        std::lock_guard lock(children.lock);
+        children.running.erase(pid);
     }
     while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
     }
@@ -107,8 +118,9 @@ DWORD SpawnService(const SpawnRequest& request, pid_t* pPid)
     if (rc != 0)
         return Win32FromErrno(rc);
     {
-        std::lock_guard lock(g_childLock);
-        g_running.insert(pid);
+        Children& children = TheChildren();
+        std::lock_guard lock(children.lock);
+        children.running.insert(pid);
     }
     try {
         std::thread(Reap, pid).detach();
@@ -121,8 +133,9 @@ DWORD SpawnService(const SpawnRequest& request, pid_t* pPid)
 
 void KillService(pid_t pid)
 {
-    std::lock_guard lock(g_childLock);
-    if (g_running.count(pid))
+    Children& children = TheChildren();
+    std::lock_guard lock(children.lock);
+    if (children.running.count(pid))
         kill(pid, SIGKILL);
 }
 

@@ -15,6 +15,7 @@ class ScopedScHandle
 {
 public:
     explicit ScopedScHandle(SC_HANDLE h = nullptr) : m_h(h) {}
+    ScopedScHandle(ScopedScHandle&& other) noexcept : m_h(other.Release()) {}
     ScopedScHandle(const ScopedScHandle&) = delete;
     ScopedScHandle& operator=(const ScopedScHandle&) = delete;
     ~ScopedScHandle() { Reset(); }

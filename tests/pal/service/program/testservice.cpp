@@ -1,9 +1,9 @@
 // A small service for the service control manager's tests, written on Win32 calls alone, as a
 // Windows service would be. Every ServiceMain call and control is logged, one line each, to
 // $ORVSIM_ROOT/<service name>.txt: "main|<name>|<arg>...", "account <ORVSIM_ACCOUNT>",
-// "control <code>". It reports START_PENDING, then RUNNING accepting stop, and stops on
-// SERVICE_CONTROL_STOP. Control 200 never returns from the handler; after control 201 its
-// process ends without reporting SERVICE_STOPPED.
+// "bad state <error>" (the refusal of a status with state 0), "control <code>". It reports
+// START_PENDING, then RUNNING accepting stop, and stops on SERVICE_CONTROL_STOP. Control 200 never
+// returns from the handler; after control 201 its process ends without reporting SERVICE_STOPPED.
 #include "pal/windows.h"
 #include "pal/winsvc.h"
 
@@ -66,7 +66,10 @@ void WINAPI ServiceMain(DWORD dwArgc, LPWSTR* lpszArgv)
     Log(std::string("account ") + (account ? account : ""));
     g_hStop = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     g_hVanish = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    g_hStatus = RegisterServiceCtrlHandlerW(lpszArgv[0], Handler);
+    // A service of its own process may give any name.
+    g_hStatus = RegisterServiceCtrlHandlerW(W("not the service's name"), Handler);
+    SERVICE_STATUS bad{SERVICE_WIN32_OWN_PROCESS, 0, 0, 0, 0, 0, 0};
+    Log("bad state " + std::to_string(SetServiceStatus(g_hStatus, &bad) ? 0 : GetLastError()));
     Report(SERVICE_START_PENDING, 0, 1, 3000);
     Report(SERVICE_RUNNING, SERVICE_ACCEPT_STOP, 0, 0);
     HANDLE handles[] = {g_hStop, g_hVanish};
