@@ -23,6 +23,7 @@ struct ProviderRecord
 // Each operation is one write transaction: it first consumes an injected fault for `method`
 // (its code is the result, and nothing else happens), then does its work. A database failure
 // is VSS_E_UNEXPECTED, the coordinator's code for an unexpected error.
+
 // The system provider, then the registered ones in the order they were registered.
 HRESULT ReadProviders(const char* method, std::vector<ProviderRecord>* pRecords);
 // VSS_E_PROVIDER_ALREADY_REGISTERED when the id is registered (the system provider's too).

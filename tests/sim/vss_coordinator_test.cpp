@@ -61,10 +61,11 @@ protected:
         PalTest::TearDown();
     }
 
-    HRESULT RegisterHw(VSS_PROVIDER_TYPE type = VSS_PROV_HARDWARE)
+    HRESULT RegisterHw()
     {
-        return m_pAdmin->RegisterProvider(kHwId, kHwClsid, const_cast<WCHAR*>(W("Orvane HW")), type,
-                                          const_cast<WCHAR*>(W("1.2.0.0")), kHwVersionId);
+        return m_pAdmin->RegisterProvider(kHwId, kHwClsid, const_cast<WCHAR*>(W("Orvane HW")),
+                                          VSS_PROV_HARDWARE, const_cast<WCHAR*>(W("1.2.0.0")),
+                                          kHwVersionId);
     }
     // Every record of a new query, read one at a time.
     std::vector<std::string> Query()
@@ -110,42 +111,38 @@ TEST_F(VssCoordinatorTest, RefusedRegistrationsChangeNothing)
         const WCHAR* name;
         VSS_PROVIDER_TYPE type;
         const WCHAR* version;
-        const char16_t* account;
         BYTE productType;
         HRESULT hr;
     } rows[] = {
-        {"the same id", kHwId, W("x"), VSS_PROV_SOFTWARE, W("1"), u"", 3,
+        {"the same id", kHwId, W("x"), VSS_PROV_SOFTWARE, W("1"), 3,
          VSS_E_PROVIDER_ALREADY_REGISTERED},
         {"the system provider's id", vsssim::kSystemProviderId, W("x"), VSS_PROV_SOFTWARE, W("1"),
-         u"", 3, VSS_E_PROVIDER_ALREADY_REGISTERED},
-        {"no name", kSwId, nullptr, VSS_PROV_SOFTWARE, W("1"), u"", 3, E_INVALIDARG},
-        {"no version", kSwId, W("x"), VSS_PROV_SOFTWARE, nullptr, u"", 3, E_INVALIDARG},
-        {"unknown type", kSwId, W("x"), VSS_PROV_UNKNOWN, W("1"), u"", 3, E_INVALIDARG},
-        {"system type", kSwId, W("x"), VSS_PROV_SYSTEM, W("1"), u"", 3, E_INVALIDARG},
-        {"file share type", kSwId, W("x"), VSS_PROV_FILESHARE, W("1"), u"", 3, E_INVALIDARG},
-        {"type out of range", kSwId, W("x"), static_cast<VSS_PROVIDER_TYPE>(7), W("1"), u"", 3,
+         3, VSS_E_PROVIDER_ALREADY_REGISTERED},
+        {"no name", kSwId, nullptr, VSS_PROV_SOFTWARE, W("1"), 3, E_INVALIDARG},
+        {"no version", kSwId, W("x"), VSS_PROV_SOFTWARE, nullptr, 3, E_INVALIDARG},
+        {"unknown type", kSwId, W("x"), VSS_PROV_UNKNOWN, W("1"), 3, E_INVALIDARG},
+        {"system type", kSwId, W("x"), VSS_PROV_SYSTEM, W("1"), 3, E_INVALIDARG},
+        {"file share type", kSwId, W("x"), VSS_PROV_FILESHARE, W("1"), 3, E_INVALIDARG},
+        {"type out of range", kSwId, W("x"), static_cast<VSS_PROVIDER_TYPE>(7), W("1"), 3,
          E_INVALIDARG},
-        {"hardware on a workstation", kSwId, W("x"), VSS_PROV_HARDWARE, W("1"), u"", 1,
-         E_INVALIDARG},
-        {"a plain user", kSwId, W("x"), VSS_PROV_SOFTWARE, W("1"), u"User", 3, E_ACCESSDENIED},
+        {"hardware on a workstation", kSwId, W("x"), VSS_PROV_HARDWARE, W("1"), 1, E_INVALIDARG},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
         pal::HostProfile profile;
         profile.wProductType = row.productType;
         pal::SetHostProfile(profile);
-        ASSERT_TRUE(pal::SetProcessAccount(row.account));
         EXPECT_HR(row.hr,
                   m_pAdmin->RegisterProvider(row.id, kHwClsid, const_cast<WCHAR*>(row.name),
                                              row.type, const_cast<WCHAR*>(row.version), GUID_NULL));
-        pal::SetProcessAccount(u"");
         EXPECT_EQ((std::vector<std::string>{kSystemLine, kHwLine}), Query());
     }
 }
 
-TEST_F(VssCoordinatorTest, OnlyAdministratorsUnregisterAndQuery)
+TEST_F(VssCoordinatorTest, OnlyAdministratorsAreAnswered)
 {
     ASSERT_TRUE(pal::SetProcessAccount(u"User"));
+    EXPECT_HR(E_ACCESSDENIED, RegisterHw());
     CComPtr<IVssEnumObject> pEnum;
     EXPECT_HR(E_ACCESSDENIED, m_pAdmin->QueryProviders(&pEnum));
     EXPECT_HR(E_ACCESSDENIED, m_pAdmin->UnregisterProvider(kHwId));
@@ -226,16 +223,6 @@ TEST_F(VssCoordinatorTest, AnUnreadableStateIsAnUnexpectedError)
     std::filesystem::create_directory(Root() / "vss.db");
     EXPECT_HR(VSS_E_UNEXPECTED, RegisterHw());
     EXPECT_HR(VSS_E_UNEXPECTED, m_pAdmin->UnregisterProvider(kHwId));
-}
-
-TEST_F(VssCoordinatorTest, OnlyARunningCoordinatorIsFound)
-{
-    m_coordinator.Stop();
-    CComPtr<IVssAdmin> pAdmin;
-    EXPECT_HR(REGDB_E_CLASSNOTREG,
-              pAdmin.CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL));
-    // An object handed out before keeps working: the registrations are the machine's.
-    EXPECT_HR(S_OK, RegisterHw());
 }
 
 } // namespace
