@@ -126,6 +126,9 @@ std::string MachineRoot();
 bool SetProcessAccount(std::u16string_view name);
 // The plain name of the account the calling process runs under.
 std::u16string ProcessAccountName();
+// Whether that account is a member of Administrators (LocalSystem and Administrator are), as a
+// service that admits administrators only asks of its caller.
+bool ProcessAccountIsAdministrator();
 
 // ---- Services ----------------------------------------------------------------------------------
 // One status report of a service, as the service control manager recorded it: every

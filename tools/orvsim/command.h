@@ -29,5 +29,7 @@ std::unique_ptr<Command> AddScCommand(CLI::App& app);
 
 // `orvsim storage`: the simulated storage service's topology, state, faults and LUN data.
 std::unique_ptr<Command> AddStorageCommand(CLI::App& app);
+// `orvsim vssadmin`: the providers registered with the VSS coordinator, as vssadmin lists them.
+std::unique_ptr<Command> AddVssadminCommand(CLI::App& app);
 
 } // namespace orvsim

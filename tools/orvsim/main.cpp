@@ -26,6 +26,7 @@ int main(int argc, char** argv)
     commands.push_back(orvsim::AddEventsCommand(app));
     commands.push_back(orvsim::AddScCommand(app));
     commands.push_back(orvsim::AddStorageCommand(app));
+    commands.push_back(orvsim::AddVssadminCommand(app));
 
     try {
         app.parse(argc, argv);

@@ -132,4 +132,9 @@ std::u16string ProcessAccountName()
     return detail::ProcessAccount().pszName;
 }
 
+bool ProcessAccountIsAdministrator()
+{
+    return detail::ProcessAccount().fAdministrator;
+}
+
 } // namespace pal

@@ -1,7 +1,9 @@
-// The VSS provider interfaces. VSS reaches a provider through raw vtable slots, so slot k of each
+// The VSS provider interfaces and the coordinator's administration interface. VSS reaches a
+// provider, and a provider's setup the coordinator, through raw vtable slots, so slot k of each
 // interface must hold method k of the published order; built against the SDK, the same source
 // proves that the order written here is the published one.
 #include "pal/objbase.h"
+#include "pal/vsadmin.h"
 #include "pal/vsprov.h"
 #include "tests/support/conformance.h"
 
@@ -23,10 +25,12 @@ static_assert(VSS_VOLSNAP_ATTR_TRANSPORTABLE == 0x20 && VSS_VOLSNAP_ATTR_AUTOREC
 #define VSS_METHOD(slot, itf, method) {slot, #method, &Call<decltype(&itf::method)>::Reach<&itf::method>}
 // clang-format on
 
-// Implements every provider interface; each method only records its own name.
+// Implements every interface; each method only records its own name.
 class CRecorder : public IVssHardwareSnapshotProviderEx,
                   public IVssProviderCreateSnapshotSet,
-                  public IVssProviderNotifications
+                  public IVssProviderNotifications,
+                  public IVssAdmin,
+                  public IVssEnumObject
 {
     using LUN = VDS_LUN_INFORMATION;
 
@@ -56,6 +60,15 @@ public:
     STDMETHODIMP AbortSnapshots(VSS_ID) RECORD;
     STDMETHODIMP OnLoad(IUnknown*) RECORD;
     STDMETHODIMP OnUnload(BOOL) RECORD;
+    STDMETHODIMP RegisterProvider(VSS_ID, CLSID, VSS_PWSZ, VSS_PROVIDER_TYPE, VSS_PWSZ,
+                                  VSS_ID) RECORD;
+    STDMETHODIMP UnregisterProvider(VSS_ID) RECORD;
+    STDMETHODIMP QueryProviders(IVssEnumObject**) RECORD;
+    STDMETHODIMP AbortAllSnapshotsInProgress() RECORD;
+    STDMETHODIMP Next(ULONG, VSS_OBJECT_PROP*, ULONG*) RECORD;
+    STDMETHODIMP Skip(ULONG) RECORD;
+    STDMETHODIMP Reset() RECORD;
+    STDMETHODIMP Clone(IVssEnumObject**) RECORD;
 };
 #undef RECORD
 
@@ -108,6 +121,14 @@ TEST_F(VssInterfaces, EachSlotReachesTheMethodOfThePublishedOrder)
         VSS_METHOD(9, IVssProviderCreateSnapshotSet, AbortSnapshots),
         VSS_METHOD(3, IVssProviderNotifications, OnLoad),
         VSS_METHOD(4, IVssProviderNotifications, OnUnload),
+        VSS_METHOD(3, IVssAdmin, RegisterProvider),
+        VSS_METHOD(4, IVssAdmin, UnregisterProvider),
+        VSS_METHOD(5, IVssAdmin, QueryProviders),
+        VSS_METHOD(6, IVssAdmin, AbortAllSnapshotsInProgress),
+        VSS_METHOD(3, IVssEnumObject, Next),
+        VSS_METHOD(4, IVssEnumObject, Skip),
+        VSS_METHOD(5, IVssEnumObject, Reset),
+        VSS_METHOD(6, IVssEnumObject, Clone),
     };
     CRecorder recorder;
     for (const auto& m : methods) {
@@ -133,6 +154,9 @@ TEST_F(VssInterfaces, UuidOfNamesThePublishedIid)
          "{5F894E5B-1E39-4778-8E23-9ABAD9F0E08C}"},
         {IID_IVssProviderNotifications, __uuidof(IVssProviderNotifications),
          "{E561901F-03A5-4AFE-86D0-72BAEECE7004}"},
+        {IID_IVssAdmin, __uuidof(IVssAdmin), "{77ED5996-2F63-11D3-8A39-00C04F72D8E3}"},
+        {IID_IVssEnumObject, __uuidof(IVssEnumObject), "{AE1C7110-2F60-11D3-8A39-00C04F72D8E3}"},
+        {CLSID_VSSCoordinator, CLSID_VSSCoordinator, "{E579AB5F-1CC4-44B4-BED9-DE0991FF0623}"},
     };
     for (const auto& c : cases) {
         WCHAR sz[39];
