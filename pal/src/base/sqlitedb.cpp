@@ -3,6 +3,8 @@
 
 #include "pal/src/base/internal.h"
 
+#include <cstdlib>
+
 namespace pal::detail {
 
 void CheckSql(int rc)
@@ -156,6 +158,23 @@ void SqlTransaction::Commit()
 {
     m_conn.Prepare("COMMIT").Step();
     m_fOpen = false;
+}
+
+SqlConnection& MachineStore::Connection()
+{
+    const char* env = std::getenv("ORVSIM_ROOT");
+    std::string setting = env ? env : "";
+    if (m_pConn && setting == m_rootSetting)
+        return *m_pConn;
+    m_pConn.reset();
+    auto pConn = std::make_unique<SqlConnection>(pal::MachineRoot() + "/" + m_pszFileName);
+    SqlTransaction tx(*pConn, true);
+    for (size_t i = 0; i < m_cSchema; ++i)
+        pConn->Exec(m_pSchema[i]);
+    tx.Commit();
+    m_pConn = std::move(pConn);
+    m_rootSetting = setting;
+    return *m_pConn;
 }
 
 } // namespace pal::detail

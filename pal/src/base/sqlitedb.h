@@ -8,6 +8,7 @@
 #include <sqlite3.h>
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -100,6 +101,33 @@ public:
 private:
     SqlConnection& m_conn;
     bool m_fOpen = false;
+};
+
+// One database file of the machine root with its schema: the connection is opened on first use
+// and opened again when $ORVSIM_ROOT changes (each test has a root of its own). Calls hold
+// Lock() while they use Connection().
+class MachineStore
+{
+public:
+    // `schema` holds statements that create what is missing, run in one write transaction.
+    template <size_t N>
+    MachineStore(const char* pszFileName, const char* const (&schema)[N])
+        : m_pszFileName(pszFileName), m_pSchema(schema), m_cSchema(N)
+    {}
+    MachineStore(const MachineStore&) = delete;
+    MachineStore& operator=(const MachineStore&) = delete;
+
+    std::mutex& Lock() { return m_lock; }
+    // With Lock() held. Throws SqlError when the database cannot be opened.
+    SqlConnection& Connection();
+
+private:
+    const char* m_pszFileName;
+    const char* const* m_pSchema;
+    size_t m_cSchema;
+    std::mutex m_lock;
+    std::string m_rootSetting; // $ORVSIM_ROOT when the connection was opened
+    std::unique_ptr<SqlConnection> m_pConn;
 };
 
 } // namespace pal::detail

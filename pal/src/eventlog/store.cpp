@@ -73,42 +73,10 @@ DWORD Win32FromSqlite(int rc, bool fWrite)
     }
 }
 
-// Opens the event log database, its schema ensured.
-std::unique_ptr<SqlConnection> OpenStore(const std::string& path)
+MachineStore& Store()
 {
-    auto pConn = std::make_unique<SqlConnection>(path);
-    SqlTransaction tx(*pConn, true);
-    for (const char* sql : kSchema)
-        pConn->Exec(sql);
-    tx.Commit();
-    return pConn;
-}
-
-struct Session
-{
-    std::mutex lock;
-    std::string rootSetting; // $ORVSIM_ROOT when the connection was opened
-    std::unique_ptr<SqlConnection> pConn;
-};
-
-Session& TheSession()
-{
-    static Session session;
-    return session;
-}
-
-// With the session lock held: the connection for the current machine root.
-SqlConnection& CurrentConnection()
-{
-    Session& s = TheSession();
-    const char* env = std::getenv("ORVSIM_ROOT");
-    std::string setting = env ? env : "";
-    if (s.pConn && setting == s.rootSetting)
-        return *s.pConn;
-    s.pConn.reset();
-    s.pConn = OpenStore(pal::MachineRoot() + "/eventlog.db");
-    s.rootSetting = setting;
-    return *s.pConn;
+    static MachineStore store("eventlog.db", kSchema);
+    return store;
 }
 
 // The strings as EVENTLOGRECORD keeps them: each one in UTF-16LE followed by its terminator.
@@ -155,10 +123,10 @@ ULONGLONG FileTimeNow()
 
 DWORD AppendEvent(const EventLogRecord& record)
 {
-    Session& s = TheSession();
-    std::lock_guard lock(s.lock);
+    MachineStore& store = Store();
+    std::lock_guard lock(store.Lock());
     try {
-        SqlConnection& conn = CurrentConnection();
+        SqlConnection& conn = store.Connection();
         SqlTransaction tx(conn, true);
         // Taken once the write lock is held, so that the time written never goes back from
         // one record to the next, whichever process wrote them.
@@ -216,10 +184,10 @@ DWORD QueryEvents(const EventLogQuery& query, std::vector<EventLogRecord>* pReco
         sql = "SELECT * FROM (SELECT " + columns + " FROM events" + where +
               " ORDER BY record DESC LIMIT " + std::to_string(query.cLast) + ") ORDER BY record";
 
-    Session& s = TheSession();
-    std::lock_guard lock(s.lock);
+    MachineStore& store = Store();
+    std::lock_guard lock(store.Lock());
     try {
-        SqlConnection& conn = CurrentConnection();
+        SqlConnection& conn = store.Connection();
         SqlOneTimeStatement pStmt = conn.PrepareOnce(sql);
         SqlStatement select(pStmt.get());
         if (!query.source.empty())

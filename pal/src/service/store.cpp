@@ -42,27 +42,10 @@ const char* const kSchema[] = {
     "PRAGMA user_version = 1",
 };
 
-std::unique_ptr<SqlConnection> OpenStore(const std::string& path)
+MachineStore& Store()
 {
-    auto pConn = std::make_unique<SqlConnection>(path);
-    SqlTransaction tx(*pConn, true);
-    for (const char* sql : kSchema)
-        pConn->Exec(sql);
-    tx.Commit();
-    return pConn;
-}
-
-struct Session
-{
-    std::mutex lock;
-    std::string rootSetting; // $ORVSIM_ROOT when the connection was opened
-    std::unique_ptr<SqlConnection> pConn;
-};
-
-Session& TheSession()
-{
-    static Session session;
-    return session;
+    static MachineStore store("services.db", kSchema);
+    return store;
 }
 
 // Dependencies are kept as their items, each in UTF-8 followed by a NUL.
@@ -111,20 +94,12 @@ std::optional<LONGLONG> FindId(SqlStatement& select)
 
 std::mutex& StoreLock()
 {
-    return TheSession().lock;
+    return Store().Lock();
 }
 
 SqlConnection& CurrentConnection()
 {
-    Session& s = TheSession();
-    const char* env = std::getenv("ORVSIM_ROOT");
-    std::string setting = env ? env : "";
-    if (s.pConn && setting == s.rootSetting)
-        return *s.pConn;
-    s.pConn.reset();
-    s.pConn = OpenStore(pal::MachineRoot() + "/services.db");
-    s.rootSetting = setting;
-    return *s.pConn;
+    return Store().Connection();
 }
 
 DWORD Win32FromSqlite(int rc)

@@ -24,6 +24,14 @@ BEGIN_OBJECT_MAP(ObjectMap)
 OBJECT_ENTRY(CLSID_TestServer, CTestServer)
 END_OBJECT_MAP()
 
+// Table rows print as their names in test names and failures.
+template <class Row>
+auto PrintTo(const Row& row, std::ostream* os) -> decltype(row.name, void())
+{
+    *os << row.name;
+}
+constexpr auto kRowName = [](const auto& info) { return std::string(info.param.name); };
+
 constexpr HRESULT kDeniedHr = HRESULT(0x80070005);
 constexpr HRESULT kNoMemoryHr = HRESULT(0x80070008);
 
@@ -102,11 +110,6 @@ struct InitFailureRow
     const char* line;
 };
 
-void PrintTo(const InitFailureRow& row, std::ostream* os)
-{
-    *os << row.name;
-}
-
 class InitFailureTest : public ServiceModuleTest,
                         public ::testing::WithParamInterface<InitFailureRow>
 {};
@@ -139,7 +142,7 @@ INSTANTIATE_TEST_SUITE_P(
                                      kDeniedHr, "m_pEvent->Initialize FAILED [hr=0x80070005]\n"},
                       InitFailureRow{"ShutdownEvent", "CreateEventW", ERROR_NOT_ENOUGH_MEMORY,
                                      kNoMemoryHr, "CreateEvent FAILED [dwError=0x00000008]\n"}),
-    [](const auto& info) { return std::string(info.param.name); });
+    kRowName);
 
 TEST_F(ServiceModuleTest, InitSetsTheNamesAndTheStoppedStatus)
 {
@@ -193,11 +196,6 @@ struct RunFailureRow
     const char* lines;
 };
 
-void PrintTo(const RunFailureRow& row, std::ostream* os)
-{
-    *os << row.name;
-}
-
 class RunFailureTest : public ServiceModuleTest, public ::testing::WithParamInterface<RunFailureRow>
 {};
 
@@ -248,7 +246,7 @@ INSTANTIATE_TEST_SUITE_P(
                                     "CoInitializeSecurity succeeded\n"
                                     "Registering class object\n"
                                     "RegisterClassObjects FAILED [hr=0x8007000e]\n"}),
-    [](const auto& info) { return std::string(info.param.name); });
+    kRowName);
 
 // What COM keeps: the access list lets the local system account and an Administrators member
 // call in, a plain user not; identify-level impersonation, packet integrity.
@@ -335,11 +333,6 @@ struct DrainRow
     size_t cWaits;
 };
 
-void PrintTo(const DrainRow& row, std::ostream* os)
-{
-    *os << row.name;
-}
-
 class DrainTest : public ServiceModuleTest, public ::testing::WithParamInterface<DrainRow>
 {};
 
@@ -370,7 +363,7 @@ TEST_P(DrainTest, WaitsForTheLockAtMostItsAllowance)
 INSTANTIATE_TEST_SUITE_P(Rows, DrainTest,
                          ::testing::Values(DrainRow{"Stop", SERVICE_CONTROL_STOP, 3},
                                            DrainRow{"SystemShutdown", SERVICE_CONTROL_SHUTDOWN, 1}),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         kRowName);
 
 // The handler's stop and the last release race for the shutdown: exactly one proceeds.
 TEST_F(ServiceModuleTest, StopAndLastReleaseShutDownOnce)
