@@ -24,12 +24,6 @@ BEGIN_OBJECT_MAP(ObjectMap)
 OBJECT_ENTRY(CLSID_TestServer, CTestServer)
 END_OBJECT_MAP()
 
-// Table rows print as their names in test names and failures.
-template <class Row>
-auto PrintTo(const Row& row, std::ostream* os) -> decltype(row.name, void())
-{
-    *os << row.name;
-}
 constexpr auto kRowName = [](const auto& info) { return std::string(info.param.name); };
 
 constexpr HRESULT kDeniedHr = HRESULT(0x80070005);
@@ -109,6 +103,11 @@ struct InitFailureRow
     HRESULT hrExpected;
     const char* line;
 };
+
+void PrintTo(const InitFailureRow& row, std::ostream* os)
+{
+    *os << row.name;
+}
 
 class InitFailureTest : public ServiceModuleTest,
                         public ::testing::WithParamInterface<InitFailureRow>
@@ -195,6 +194,11 @@ struct RunFailureRow
     HRESULT hrExpected;
     const char* lines;
 };
+
+void PrintTo(const RunFailureRow& row, std::ostream* os)
+{
+    *os << row.name;
+}
 
 class RunFailureTest : public ServiceModuleTest, public ::testing::WithParamInterface<RunFailureRow>
 {};
@@ -332,6 +336,11 @@ struct DrainRow
     DWORD dwControl;
     size_t cWaits;
 };
+
+void PrintTo(const DrainRow& row, std::ostream* os)
+{
+    *os << row.name;
+}
 
 class DrainTest : public ServiceModuleTest, public ::testing::WithParamInterface<DrainRow>
 {};
