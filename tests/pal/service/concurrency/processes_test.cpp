@@ -138,7 +138,9 @@ TEST_F(ServiceProcessTest, ProcessThatEndsWithoutStoppingIsShownStopped)
     ASSERT_TRUE(WaitForState(h, SERVICE_RUNNING));
     const DWORD pid = Status(h).dwProcessId;
     SERVICE_STATUS status{};
-    ASSERT_TRUE(ControlService(h, 201, &status));
+    // The process may end before its dispatcher has answered, so the call's own answer is
+    // either; what counts is what the manager makes of the vanished process.
+    ControlService(h, 201, &status);
     ASSERT_TRUE(WaitForState(h, SERVICE_STOPPED));
     EXPECT_WIN32(ERROR_PROCESS_ABORTED, Status(h).dwWin32ExitCode);
     Lines reports = ReportsOf("OrvVanish", pid);
