@@ -3,6 +3,8 @@
 // process of the machine still finds the same socket.
 #include "pal/src/service/channel.h"
 
+#include "pal/src/service/socketio.h"
+
 #include "pal/src/base/internal.h"
 #include "pal/src/service/runfiles.h"
 #include "pal/winerror.h"
@@ -77,22 +79,6 @@ bool WaitReadable(int fd, Clock::time_point deadline)
     }
 }
 
-// Reads exactly cb bytes; false at end of file or on an error.
-bool ReadAll(int fd, void* pv, size_t cb)
-{
-    auto* p = static_cast<char*>(pv);
-    while (cb > 0) {
-        ssize_t n = recv(fd, p, cb, MSG_WAITALL);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        p += n;
-        cb -= static_cast<size_t>(n);
-    }
-    return true;
-}
-
 } // namespace
 
 DWORD SendControl(LONGLONG llServiceId, DWORD dwControl, DWORD dwTimeoutMs)
@@ -121,11 +107,11 @@ DWORD SendControl(LONGLONG llServiceId, DWORD dwControl, DWORD dwTimeoutMs)
     if (dwResult == ERROR_SUCCESS) {
         fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
         DWORD dwReply = 0;
-        if (send(fd, &dwControl, sizeof(dwControl), MSG_NOSIGNAL) != sizeof(dwControl))
+        if (!SendAll(fd, &dwControl, sizeof(dwControl)))
             dwResult = ERROR_SERVICE_NOT_ACTIVE;
         else if (!WaitReadable(fd, deadline))
             dwResult = ERROR_SERVICE_REQUEST_TIMEOUT;
-        else if (!ReadAll(fd, &dwReply, sizeof(dwReply)))
+        else if (!ReceiveAll(fd, &dwReply, sizeof(dwReply)))
             dwResult = ERROR_SERVICE_NOT_ACTIVE;
         else
             dwResult = dwReply;
@@ -163,13 +149,13 @@ void ForgetControls(LONGLONG llServiceId)
 bool ReceiveControl(int fd, DWORD dwTimeoutMs, DWORD* pdwControl)
 {
     const Clock::time_point deadline = Clock::now() + RealDuration(dwTimeoutMs);
-    return WaitReadable(fd, deadline) && ReadAll(fd, pdwControl, sizeof(*pdwControl));
+    return WaitReadable(fd, deadline) && ReceiveAll(fd, pdwControl, sizeof(*pdwControl));
 }
 
 void ReplyControl(int fd, DWORD dwResult)
 {
     // A caller that gave up has closed its end; that is no error here.
-    (void)!send(fd, &dwResult, sizeof(dwResult), MSG_NOSIGNAL);
+    SendAll(fd, &dwResult, sizeof(dwResult));
 }
 
 } // namespace pal::detail::service

@@ -1,6 +1,8 @@
 // The start handshake between the manager and a new service process.
 #include "pal/src/service/handshake.h"
 
+#include "pal/src/service/socketio.h"
+
 #include "pal/src/base/internal.h"
 
 #include <cerrno>
@@ -18,36 +20,6 @@ constexpr char kVariable[] = "ORVSIM_SERVICE";
 constexpr char kStarted = 'S';
 // More arguments than any service is given: a guard against a garbled pair.
 constexpr DWORD kMaxArguments = 4096;
-
-bool WriteAll(int fd, const void* pv, size_t cb)
-{
-    const auto* p = static_cast<const char*>(pv);
-    while (cb > 0) {
-        ssize_t n = send(fd, p, cb, MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        p += n;
-        cb -= static_cast<size_t>(n);
-    }
-    return true;
-}
-
-bool ReadAll(int fd, void* pv, size_t cb)
-{
-    auto* p = static_cast<char*>(pv);
-    while (cb > 0) {
-        ssize_t n = read(fd, p, cb);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        p += n;
-        cb -= static_cast<size_t>(n);
-    }
-    return true;
-}
 
 } // namespace
 
@@ -80,11 +52,11 @@ bool ReadIdentityVariable(ServiceIdentity* pIdentity)
 bool SendArguments(int fd, const std::vector<std::u16string>& args)
 {
     DWORD cArgs = static_cast<DWORD>(args.size());
-    if (!WriteAll(fd, &cArgs, sizeof(cArgs)))
+    if (!SendAll(fd, &cArgs, sizeof(cArgs)))
         return false;
     for (const std::u16string& arg : args) {
         DWORD cch = static_cast<DWORD>(arg.size());
-        if (!WriteAll(fd, &cch, sizeof(cch)) || !WriteAll(fd, arg.data(), cch * sizeof(WCHAR)))
+        if (!SendAll(fd, &cch, sizeof(cch)) || !SendAll(fd, arg.data(), cch * sizeof(WCHAR)))
             return false;
     }
     return true;
@@ -93,14 +65,14 @@ bool SendArguments(int fd, const std::vector<std::u16string>& args)
 bool ReceiveArguments(int fd, std::vector<std::u16string>* pArgs)
 {
     DWORD cArgs = 0;
-    if (!ReadAll(fd, &cArgs, sizeof(cArgs)) || cArgs > kMaxArguments)
+    if (!ReceiveAll(fd, &cArgs, sizeof(cArgs)) || cArgs > kMaxArguments)
         return false;
     for (DWORD i = 0; i < cArgs; ++i) {
         DWORD cch = 0;
-        if (!ReadAll(fd, &cch, sizeof(cch)) || cch > 32767)
+        if (!ReceiveAll(fd, &cch, sizeof(cch)) || cch > 32767)
             return false;
         std::u16string arg(cch, u'\0');
-        if (!ReadAll(fd, arg.data(), cch * sizeof(WCHAR)))
+        if (!ReceiveAll(fd, arg.data(), cch * sizeof(WCHAR)))
             return false;
         pArgs->push_back(std::move(arg));
     }
@@ -119,13 +91,13 @@ bool WaitForStart(int fd, DWORD dwTimeoutMs)
         if (ready < 0 && errno == EINTR)
             continue;
         char answer = 0;
-        return ready > 0 && ReadAll(fd, &answer, 1) && answer == kStarted;
+        return ready > 0 && ReceiveAll(fd, &answer, 1) && answer == kStarted;
     }
 }
 
 void AnnounceStart(int fd)
 {
-    WriteAll(fd, &kStarted, 1);
+    SendAll(fd, &kStarted, 1);
 }
 
 } // namespace pal::detail::service
