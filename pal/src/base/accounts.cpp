@@ -18,19 +18,6 @@ constexpr char16_t kEveryoneSid[] = u"S-1-1-0";
 std::mutex g_accountLock;
 const pal::detail::MachineAccount* g_pChosen = nullptr;
 
-bool EqualNoCase(std::u16string_view a, std::u16string_view b)
-{
-    if (a.size() != b.size())
-        return false;
-    for (size_t i = 0; i < a.size(); ++i) {
-        char16_t ca = a[i] >= u'a' && a[i] <= u'z' ? char16_t(a[i] - 32) : a[i];
-        char16_t cb = b[i] >= u'a' && b[i] <= u'z' ? char16_t(b[i] - 32) : b[i];
-        if (ca != cb)
-            return false;
-    }
-    return true;
-}
-
 } // namespace
 
 namespace pal::detail {

@@ -58,21 +58,6 @@ private:
 constinit CAllocationFault g_taskAllocFault;
 constinit CAllocationFault g_newFault;
 
-char16_t FoldCase(char16_t c)
-{
-    return (c >= u'a' && c <= u'z') ? char16_t(c - 32) : c;
-}
-
-bool EqualNoCase(std::u16string_view a, std::u16string_view b)
-{
-    if (a.size() != b.size())
-        return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (FoldCase(a[i]) != FoldCase(b[i]))
-            return false;
-    return true;
-}
-
 } // namespace
 
 namespace pal {

@@ -53,5 +53,7 @@ inline std::u16string ToUtf16(std::string_view s)
     return pal::Utf8ToUtf16(s);
 }
 size_t WideLength(const WCHAR* s);
+// Equal but for the case of ASCII letters, as Windows compares the names it keeps this way.
+bool EqualNoCase(std::u16string_view a, std::u16string_view b);
 
 } // namespace pal::detail

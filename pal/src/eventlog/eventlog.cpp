@@ -53,19 +53,6 @@ std::optional<std::u16string> LookupSource(HANDLE h)
     return it->second;
 }
 
-bool EqualNoCase(std::u16string_view a, std::u16string_view b)
-{
-    if (a.size() != b.size())
-        return false;
-    for (size_t i = 0; i < a.size(); ++i) {
-        char16_t ca = a[i] >= u'a' && a[i] <= u'z' ? char16_t(a[i] - 32) : a[i];
-        char16_t cb = b[i] >= u'a' && b[i] <= u'z' ? char16_t(b[i] - 32) : b[i];
-        if (ca != cb)
-            return false;
-    }
-    return true;
-}
-
 bool IsLocalServer(LPCWSTR lpUNCServerName)
 {
     if (lpUNCServerName == nullptr || lpUNCServerName[0] == 0)
@@ -73,7 +60,7 @@ bool IsLocalServer(LPCWSTR lpUNCServerName)
     std::u16string_view name(lpUNCServerName);
     if (name.starts_with(u"\\\\"))
         name.remove_prefix(2);
-    return EqualNoCase(name, pal::EventLogComputerName());
+    return pal::detail::EqualNoCase(name, pal::EventLogComputerName());
 }
 
 bool IsValidSid(const BYTE* pSid)

@@ -28,26 +28,12 @@ HMODULE Kernel32Module()
 // Where Windows keeps kernel32; reported for GetModuleFileNameW(kernel32).
 constexpr char16_t kKernel32Path[] = u"C:\\Windows\\System32\\KERNEL32.DLL";
 
-char16_t FoldAscii(char16_t c)
-{
-    return (c >= u'a' && c <= u'z') ? char16_t(c - 32) : c;
-}
-
-bool EqualNoCase(std::u16string_view a, std::u16string_view b)
-{
-    if (a.size() != b.size())
-        return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (FoldAscii(a[i]) != FoldAscii(b[i]))
-            return false;
-    return true;
-}
-
 // "kernel32" or "kernel32.dll", in any case; any directory in front is not accepted.
 bool IsKernel32Name(LPCWSTR name)
 {
     std::u16string_view view(name, pal::detail::WideLength(name));
-    return EqualNoCase(view, u"kernel32") || EqualNoCase(view, u"kernel32.dll");
+    return pal::detail::EqualNoCase(view, u"kernel32") ||
+           pal::detail::EqualNoCase(view, u"kernel32.dll");
 }
 
 // The real executable's path, read once.

@@ -46,3 +46,18 @@ size_t WideLength(const WCHAR* s)
 }
 
 } // namespace pal::detail
+
+namespace pal::detail {
+
+bool EqualNoCase(std::u16string_view a, std::u16string_view b)
+{
+    auto fold = [](char16_t c) { return (c >= u'a' && c <= u'z') ? char16_t(c - 32) : c; };
+    if (a.size() != b.size())
+        return false;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (fold(a[i]) != fold(b[i]))
+            return false;
+    return true;
+}
+
+} // namespace pal::detail
