@@ -58,6 +58,24 @@ public:
     // Terminates the COM server module, then COM; called at every process exit.
     void Term();
 
+    // ---- Registration (registration.cpp, registrar.cpp) ----
+    // Installs the server: the AppID script `nResId`, the AppID's service values and the
+    // Windows service when `bService`, then the object map's classes and, when asked, the type
+    // library. The service is always deleted first, so that it is re-created.
+    HRESULT RegisterServer(UINT nResId, BOOL bRegTypeLib, BOOL bService, LPCWSTR pszAccount,
+                           LPCWSTR pszPassword);
+    // Removes everything RegisterServer installs; S_OK whatever happened.
+    HRESULT UnregisterServer(UINT nResId);
+    // Installs the Windows service that hosts the server, unless it exists.
+    BOOL CreateService(LPCWSTR pszAccount, LPCWSTR pszPassword);
+    // Asks a running service to stop and removes it; TRUE when there is none.
+    BOOL DeleteService();
+    // Whether a service of the module's name exists.
+    BOOL IsInstalled();
+    // Writes (or removes) the keys of the registry script `nResID` under HKEY_CLASSES_ROOT,
+    // %MODULE% replaced by the executable's full path.
+    HRESULT UpdateRegistryFromResource(UINT nResID, BOOL bRegister) override;
+
     SERVICE_STATUS m_status;
     WCHAR m_szServiceName[MAX_PATH];
     WCHAR m_szServiceDisplay[MAX_PATH];

@@ -39,6 +39,12 @@ void ResetLocalTimeForTest();
 // trailing one, e.g. u"HKLM\\System\\CurrentControlSet\\Services\\Orvhwsvc\\Parameters".
 // Keys reached through HKEY_CLASSES_ROOT have their real path, u"HKLM\\Software\\Classes\\...".
 void InjectFault(const char* api, DWORD error, ULONG nth = 0, const WCHAR* arg = nullptr);
+// The same rules for another process of the machine: a process whose environment holds
+// ORVSIM_FAULTS injects them when it starts. The text is a list of rules separated by ';',
+// each "API=ERROR[,NTH[,ARG]]" with ERROR and NTH decimal or 0x-hexadecimal and ARG in UTF-8,
+// e.g. "OpenSCManagerW=5;OpenServiceW=0x424,2". False, with nothing injected, for a malformed
+// text.
+bool InjectFaultsFromText(const std::string& text);
 void ClearFault(const char* api);
 void ClearFaults();
 // Matching calls seen and calls failed since the rule for `api` was set.

@@ -7,6 +7,7 @@
 #include "core/providercore.h"
 #include "host/eventlog.h"
 #include "provider/orvprov.h"
+#include "res/resource.h"
 
 #include "pal/atlcom.h"
 #include "pal/sysinfoapi.h"
@@ -22,6 +23,9 @@ class COrvaneHardwareProvider : public CComObjectRootEx<CComMultiThreadModel>,
 public:
     COrvaneHardwareProvider();
     ~COrvaneHardwareProvider();
+
+    // The class's keys: the provider's registry script.
+    DECLARE_REGISTRY_RESOURCEID(IDR_ORVANEHARDWAREPROVIDER)
 
     BEGIN_COM_MAP(COrvaneHardwareProvider)
     COM_INTERFACE_ENTRY2(IUnknown, IOrvaneHardwareProvider)

@@ -14,3 +14,7 @@
 // The VSS provider registration.
 #define IDS_PROVIDER_NAME 5996
 #define IDS_PROVIDER_ALREADY_REGISTERED 5999
+
+// The registry scripts: the server's AppID, and the provider class with its ProgIDs.
+#define IDR_ORVPROV 1313
+#define IDR_ORVANEHARDWAREPROVIDER 1314

@@ -4,9 +4,13 @@
 #include "pal/src/base/internal.h"
 
 #include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <optional>
+#include <vector>
 
 namespace {
 
@@ -58,6 +62,17 @@ private:
 constinit CAllocationFault g_taskAllocFault;
 constinit CAllocationFault g_newFault;
 
+bool ParseNumber(const std::string& text, ULONG* pValue)
+{
+    char* pEnd = nullptr;
+    errno = 0;
+    unsigned long value = std::strtoul(text.c_str(), &pEnd, 0);
+    if (text.empty() || text[0] == '-' || *pEnd != 0 || errno != 0 || value > 0xFFFFFFFFul)
+        return false;
+    *pValue = static_cast<ULONG>(value);
+    return true;
+}
+
 } // namespace
 
 namespace pal {
@@ -79,6 +94,50 @@ void ClearFault(const char* api)
     std::lock_guard lock(g_faultLock);
     g_faults.erase(std::string(api));
     g_fAnyFault = !g_faults.empty();
+}
+
+bool InjectFaultsFromText(const std::string& text)
+{
+    struct Parsed
+    {
+        std::string api;
+        DWORD dwError;
+        ULONG ulNth;
+        std::optional<std::u16string> arg;
+    };
+    std::vector<Parsed> rules;
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find(';', start);
+        if (end == std::string::npos)
+            end = text.size();
+        std::string rule = text.substr(start, end - start);
+        start = end + 1;
+        if (rule.empty())
+            continue;
+        size_t equals = rule.find('=');
+        if (equals == 0 || equals == std::string::npos)
+            return false;
+        Parsed parsed{rule.substr(0, equals), 0, 0, std::nullopt};
+        // ERROR, then NTH, then ARG, which is the rest and may hold commas itself.
+        std::string rest = rule.substr(equals + 1);
+        size_t comma = rest.find(',');
+        if (!ParseNumber(rest.substr(0, comma), &parsed.dwError))
+            return false;
+        if (comma != std::string::npos) {
+            rest.erase(0, comma + 1);
+            comma = rest.find(',');
+            if (!ParseNumber(rest.substr(0, comma), &parsed.ulNth))
+                return false;
+            if (comma != std::string::npos)
+                parsed.arg = pal::detail::ToUtf16(rest.substr(comma + 1));
+        }
+        rules.push_back(std::move(parsed));
+    }
+    for (const Parsed& rule : rules)
+        InjectFault(rule.api.c_str(), rule.dwError, rule.ulNth,
+                    rule.arg ? rule.arg->c_str() : nullptr);
+    return true;
 }
 
 void ClearFaults()
@@ -170,3 +229,16 @@ bool NothrowNewShouldFail()
 }
 
 } // namespace pal::detail
+
+namespace {
+
+// A process of the machine started with ORVSIM_FAULTS injects its rules before its own code
+// runs; the rules of a test process come from the test itself.
+const bool g_fEnvironmentFaults = [] {
+    const char* pszRules = std::getenv("ORVSIM_FAULTS");
+    if (pszRules && !pal::InjectFaultsFromText(pszRules))
+        std::fprintf(stderr, "orvsim: ignoring malformed ORVSIM_FAULTS \"%s\"\n", pszRules);
+    return true;
+}();
+
+} // namespace
