@@ -55,6 +55,6 @@ void StopServices()
     g_pServices = nullptr;
 }
 
-const bool g_fHooked = (pal::SetProcessEntryHooks(&StartServices, &StopServices), true);
+const bool g_fHooked = (pal::AddProcessEntryHooks(&StartServices, &StopServices), true);
 
 } // namespace
