@@ -5,6 +5,7 @@
 #include "pal/objbase.h"
 #include "pal/palcontrol.h"
 #include "res/strings.h"
+#include "res/typelib.h"
 #include "sim/storage/storagesim.h"
 #include "sim/vss/vsssim.h"
 
@@ -29,6 +30,7 @@ void Report(const char* pszWhat, HRESULT hr)
 void StartServices()
 {
     OrvRegisterStringTable();
+    OrvRegisterTypeLib();
     g_pServices = new CProcessServices();
     HRESULT hr = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     g_pServices->m_fComInitialized = SUCCEEDED(hr);

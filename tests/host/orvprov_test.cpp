@@ -53,7 +53,7 @@ std::string ExpectedCom(Com com, const std::string& exe, const std::string& dir)
            progId + ".1\\CLSID @=" + kClsid + "\n" + lib + "\n" + lib +
            "\\1.0 @=orvprov 1.0 Type Library\n" + lib + "\\1.0\\0\n" + lib +
            "\\1.0\\0\\win64 @=" + exe + "\n" + lib + "\\1.0\\FLAGS @=0\n" + lib +
-           "\\1.0\\HELPDIR @=" + dir + "\n";
+           "\\1.0\\HELPDIR @=" + dir + "/\n";
 }
 
 void DumpKey(HKEY hParent, const std::string& path, std::string* pText)
