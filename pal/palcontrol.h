@@ -136,6 +136,39 @@ std::u16string ProcessAccountName();
 // service that admits administrators only asks of its caller.
 bool ProcessAccountIsAdministrator();
 
+// ---- Processes ---------------------------------------------------------------------------------
+// Hooks of a program whose entry is wWinMain (linked with orv_pal_winmain): the start hooks run
+// after the process is recorded in the machine's process table and before wWinMain, the exit
+// hooks after wWinMain returns (or in ExitProcess) and before the exit code is recorded, in the
+// reverse order of their addition. A program's own object adds them from a static initializer,
+// e.g. one that serves simulated machine services in-process:
+//   static const bool s_fHooked = (pal::AddProcessEntryHooks(&StartServices, &StopServices), true);
+// Either may be null. At most 8 pairs; false when the list is full.
+bool AddProcessEntryHooks(void (*pfnStart)(), void (*pfnExit)());
+
+// One row of the machine's process table (<machine root>/processes.db): a process started
+// through the entry.
+struct ProcessRecord
+{
+    DWORD dwProcessId = 0;
+    // The process's start time in clock ticks after boot (/proc/<pid>/stat), which tells a
+    // reused id apart.
+    ULONGLONG ullStartIdentity = 0;
+    std::u16string imagePath;   // GetModuleFileNameW(NULL) of the process
+    std::u16string commandLine; // its GetCommandLineW()
+    ULONGLONG ullStartTime = 0; // FILETIME (UTC)
+    bool fRunning = false;      // the process is alive
+    bool fExitRecorded = false; // its exit code was recorded
+    // As GetExitCodeProcess answers: STILL_ACTIVE while running, the recorded code, else 1.
+    DWORD dwExitCode = 0;
+    ULONGLONG ullEndTime = 0; // FILETIME (UTC) of the recorded exit, else 0
+};
+// Every row, oldest first. ERROR_SUCCESS or the Win32 error of the failed read.
+DWORD ReadProcessTable(std::vector<ProcessRecord>* pRecords);
+// The row of the process a handle of OpenProcess names: ERROR_INVALID_HANDLE for any other
+// handle, ERROR_NOT_FOUND when the process has no row (it was not started through the entry).
+DWORD ReadProcessRecord(HANDLE hProcess, ProcessRecord* pRecord);
+
 // ---- Services ----------------------------------------------------------------------------------
 // One status report of a service, as the service control manager recorded it: every
 // SetServiceStatus of the service, and what the manager itself recorded (the start, a process

@@ -24,3 +24,11 @@ using HLOCAL = HANDLE;
 // ERROR_INVALID_PARAMETER.
 HLOCAL WINAPI LocalAlloc(UINT uFlags, SIZE_T uBytes);
 HLOCAL WINAPI LocalFree(HLOCAL hMem);
+
+// The program's entry, which it defines. On Linux a program with this entry links
+// orv_pal_winmain, whose main() records the process in the machine's process table, runs the
+// hooks of pal::AddProcessEntryHooks, calls wWinMain as the C runtime does (lpCmdLine is the
+// tail of GetCommandLineW() after the program name and the blanks that follow it; nShowCmd is
+// SW_SHOWDEFAULT) and records the full 32-bit result as the process's exit code, which
+// GetExitCodeProcess reads; the host sees its low byte.
+int WINAPI wWinMain(HINSTANCE hInstance, HINSTANCE hPrevInstance, LPWSTR lpCmdLine, int nShowCmd);

@@ -32,4 +32,9 @@ std::unique_ptr<Command> AddStorageCommand(CLI::App& app);
 // `orvsim vssadmin`: the providers registered with the VSS coordinator, as vssadmin lists them.
 std::unique_ptr<Command> AddVssadminCommand(CLI::App& app);
 
+// `orvsim run`: runs a program as a process of the machine and prints its full exit code.
+std::unique_ptr<Command> AddRunCommand(CLI::App& app);
+// `orvsim tasklist`: the machine's processes with their exit codes, in tasklist's columns.
+std::unique_ptr<Command> AddTasklistCommand(CLI::App& app);
+
 } // namespace orvsim
