@@ -12,8 +12,8 @@
 namespace {
 
 using namespace orvtest::typelib;
-using orvtest::WString;
 using Calls = std::vector<std::string>;
+using ServerRegistration = orvtest::ConformanceTest;
 
 Calls g_calls;
 HRESULT g_hrSecondClass = S_OK;
@@ -21,26 +21,21 @@ HRESULT g_hrSecondClass = S_OK;
 // A class of the map whose UpdateRegistry records "<n>+" or "<n>-"; the second one answers
 // g_hrSecondClass.
 template <int n>
-class CRecorded : public orvtest::com::CWidget
+struct CRecorded : orvtest::com::CWidget
 {
-public:
     static HRESULT WINAPI UpdateRegistry(BOOL bRegister)
     {
         g_calls.push_back(std::to_string(n) + (bRegister ? "+" : "-"));
         return n == 2 ? g_hrSecondClass : S_OK;
     }
 };
-// A class registered by its registry script resource, through the module.
-class CScripted : public orvtest::com::CWidget
+// A class registered by its registry script, through a module that writes (here records) it.
+struct CScripted : orvtest::com::CWidget
 {
-public:
     DECLARE_REGISTRY_RESOURCEID(101)
 };
-
-// A module that writes the keys of its classes' scripts itself; here it only records them.
-class CServerModule : public CComModule
+struct CServerModule : CComModule
 {
-public:
     HRESULT UpdateRegistryFromResource(UINT nResID, BOOL bRegister) override
     {
         g_calls.push_back("script " + std::to_string(nResID) + (bRegister ? "+" : "-"));
@@ -48,7 +43,6 @@ public:
     }
 };
 
-// {5B1E6C0A-7D3F-4E21-9A4B-0C1D2E3F4A7n}
 constexpr CLSID MapClsid(BYTE n)
 {
     return {0x5B1E6C0A, 0x7D3F, 0x4E21, {0x9A, 0x4B, 0x0C, 0x1D, 0x2E, 0x3F, 0x4A, n}};
@@ -61,56 +55,39 @@ OBJECT_ENTRY(kSecond, CRecorded<2>)
 OBJECT_ENTRY(kScripted, CScripted)
 END_OBJECT_MAP()
 
-class ServerRegistration : public orvtest::ConformanceTest
-{
-protected:
-    void SetUp() override
-    {
-        orvtest::ConformanceTest::SetUp();
-        g_calls.clear();
-        g_hrSecondClass = S_OK;
-        ASSERT_HR(S_OK, m_module.Init(g_map, GetModuleHandleW(nullptr)));
-    }
-    Calls TakeCalls() { return std::exchange(g_calls, {}); }
-
-    CServerModule m_module;
-};
-
 TEST_F(ServerRegistration, EveryClassThenTheTypeLibraryAndBackAgain)
 {
-    CClassesKeyRemover remover(kLibKey);
-    EXPECT_HR(S_OK, m_module.RegisterServer(FALSE, &kSecond));
-    EXPECT_EQ(Calls({"2+"}), TakeCalls());
+    CClassesKeyRemover remover{kLibKey};
+    CServerModule module;
+    ASSERT_HR(S_OK, module.Init(g_map, GetModuleHandleW(nullptr)));
+    EXPECT_HR(S_OK, module.RegisterServer(FALSE, &kSecond));
+    EXPECT_EQ(Calls({"2+"}), std::exchange(g_calls, {}));
     EXPECT_FALSE(ClassesKeyExists(kLibKey));
 
-    EXPECT_HR(S_OK, m_module.RegisterServer(TRUE));
-    EXPECT_EQ(Calls({"1+", "2+", "script 101+"}), TakeCalls());
-    const WString module = ModulePath();
-    EXPECT_EQ(module, ClassesValue(kVersionKey + W("\\0\\win64")));
+    EXPECT_HR(S_OK, module.RegisterServer(TRUE));
+    EXPECT_EQ(Calls({"1+", "2+", "script 101+"}), std::exchange(g_calls, {}));
+    const orvtest::WString path = ModulePath();
+    EXPECT_EQ(path, ClassesValue(kVersionKey + W("\\0\\win64")));
     // ATL's help directory is the module's, with its separator.
-    EXPECT_EQ(module.substr(0, module.find_last_of(W("\\/")) + 1),
+    EXPECT_EQ(path.substr(0, path.find_last_of(W("\\/")) + 1),
               ClassesValue(kVersionKey + W("\\HELPDIR")));
-
-    EXPECT_HR(S_OK, m_module.UnregisterServer(TRUE));
-    EXPECT_EQ(Calls({"1-", "2-", "script 101-"}), TakeCalls());
+    EXPECT_HR(S_OK, module.UnregisterServer(TRUE));
+    EXPECT_EQ(Calls({"1-", "2-", "script 101-"}), std::exchange(g_calls, {}));
     EXPECT_FALSE(ClassesKeyExists(kLibKey));
 
-    // The subset has no registrar: a module that does not write the keys cannot register a
-    // scripted class.
+    // A failing class stops the registration, the type library's included, but not the
+    // unregistration.
+    g_hrSecondClass = E_ACCESSDENIED;
+    EXPECT_HR(E_ACCESSDENIED, module.RegisterServer(TRUE));
+    EXPECT_EQ(Calls({"1+", "2+"}), std::exchange(g_calls, {}));
+    EXPECT_FALSE(ClassesKeyExists(kLibKey));
+    EXPECT_HR(E_ACCESSDENIED, module.UnregisterServer(FALSE));
+    EXPECT_EQ(Calls({"1-", "2-", "script 101-"}), std::exchange(g_calls, {}));
+    g_hrSecondClass = S_OK;
+
+    // The subset has no registrar: a module that writes no keys cannot register a script.
     CComModule plain;
     EXPECT_HR(E_NOTIMPL, CScripted::UpdateRegistry(TRUE));
-}
-
-TEST_F(ServerRegistration, AFailingClassStopsRegistrationButNotUnregistration)
-{
-    CClassesKeyRemover remover(kLibKey);
-    g_hrSecondClass = E_ACCESSDENIED;
-    EXPECT_HR(E_ACCESSDENIED, m_module.RegisterServer(TRUE));
-    EXPECT_EQ(Calls({"1+", "2+"}), TakeCalls());
-    EXPECT_FALSE(ClassesKeyExists(kLibKey)) << "no type library after a failure";
-
-    EXPECT_HR(E_ACCESSDENIED, m_module.UnregisterServer(FALSE));
-    EXPECT_EQ(Calls({"1-", "2-", "script 101-"}), TakeCalls());
 }
 
 } // namespace
