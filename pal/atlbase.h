@@ -145,7 +145,7 @@ typedef HRESULT(WINAPI _ATL_CREATORFUNC)(void* pv, REFIID riid, LPVOID* ppv);
 struct _ATL_OBJMAP_ENTRY
 {
     const CLSID* pclsid;                                // NULL ends the map
-    HRESULT(WINAPI* pfnUpdateRegistry)(BOOL bRegister); // not used yet: NULL in every entry
+    HRESULT(WINAPI* pfnUpdateRegistry)(BOOL bRegister); // the class's UpdateRegistry
     _ATL_CREATORFUNC* pfnGetClassObject;                // the class object; NULL: none
     _ATL_CREATORFUNC* pfnCreateInstance;                // passed to pfnGetClassObject as pv
     IUnknown* pCF;    // a class object the module holds; Term releases it
@@ -178,6 +178,13 @@ public:
     virtual LONG Unlock();
     virtual LONG GetLockCount();
 
+    // Registers (bRegister TRUE) or unregisters what the registry script resource nResID
+    // describes; each class's UpdateRegistry of DECLARE_REGISTRY_RESOURCEID calls it. ATL runs
+    // the script through its registrar. The subset has none, so this answers E_NOTIMPL, and a
+    // module whose classes register from their resources overrides it and writes their keys
+    // itself.
+    virtual HRESULT UpdateRegistryFromResource(UINT nResID, BOOL bRegister);
+
     LONG volatile m_nLockCnt = 0;
     GUID m_libid{}; // the type library of the module, as Init was given it
 };
@@ -201,6 +208,22 @@ public:
     HRESULT RegisterClassObjects(DWORD dwClsContext, DWORD dwFlags);
     // Revokes every registered class object of the map; the first failure stops it.
     HRESULT RevokeClassObjects();
+
+    // The server's registration, as ATL's: every class of the map (or only the one of pCLSID)
+    // through its UpdateRegistry(TRUE), stopping at the first failure, then, when asked and
+    // all succeeded, the type library. Returns the first failure.
+    HRESULT RegisterServer(BOOL bRegTypeLib = FALSE, const CLSID* pCLSID = NULL);
+    // Every class (or the one of pCLSID) through UpdateRegistry(FALSE), then, when asked, the
+    // type library. A failure does not stop the others, so that as much as possible goes;
+    // the first one is returned.
+    HRESULT UnregisterServer(BOOL bUnRegTypeLib, const CLSID* pCLSID = NULL);
+    // The module file's type library (m_hInst's, as GetModuleFileNameW names it, with
+    // lpszIndex "\\N" appended for resource TYPELIB N): loaded with LoadTypeLib and registered
+    // with RegisterTypeLib under that path, the module's directory (with its trailing
+    // separator) as help directory; unregistered through its GetLibAttr and
+    // UnRegisterTypeLib. The loading's or the registration's result.
+    HRESULT RegisterTypeLib(LPCWSTR lpszIndex = NULL);
+    HRESULT UnRegisterTypeLib(LPCWSTR lpszIndex = NULL);
 
     _ATL_OBJMAP_ENTRY* m_pObjMap = nullptr;
     HINSTANCE m_hInst = nullptr;

@@ -294,16 +294,37 @@ private:
 };
 
 // ---- Object map ----
-// The classes a module serves (CComModule::Init), each through a CComClassFactoryT class object:
+// The classes a module serves (CComModule::Init), each through a CComClassFactoryT class object,
+// and registers (CComModule::RegisterServer) through its static UpdateRegistry, which the class
+// declares with DECLARE_NO_REGISTRY() or DECLARE_REGISTRY_RESOURCEID(id):
 //   BEGIN_OBJECT_MAP(ObjectMap)
 //       OBJECT_ENTRY(CLSID_Widget, CWidget)
 //   END_OBJECT_MAP()
 #define BEGIN_OBJECT_MAP(x) static _ATL_OBJMAP_ENTRY x[] = {
 #define OBJECT_ENTRY(clsid, theClass)                                                              \
-    {&clsid, nullptr, &CComClassFactoryT<theClass>::GetClassObject, nullptr, nullptr, 0},
+    {&clsid,                                                                                       \
+     &theClass::UpdateRegistry,                                                                    \
+     &CComClassFactoryT<theClass>::GetClassObject,                                                 \
+     nullptr,                                                                                      \
+     nullptr,                                                                                      \
+     0},
 #define END_OBJECT_MAP()                                                                           \
     {                                                                                              \
         nullptr, nullptr, nullptr, nullptr, nullptr, 0                                             \
     }                                                                                              \
     }                                                                                              \
     ;
+
+// A class that writes nothing to the registry.
+#define DECLARE_NO_REGISTRY()                                                                      \
+    static HRESULT WINAPI UpdateRegistry(BOOL /*bRegister*/)                                       \
+    {                                                                                              \
+        return S_OK;                                                                               \
+    }
+// A class registered by the registry script resource x, through the process's module
+// (CAtlModule::UpdateRegistryFromResource); E_UNEXPECTED without a module.
+#define DECLARE_REGISTRY_RESOURCEID(x)                                                             \
+    static HRESULT WINAPI UpdateRegistry(BOOL bRegister)                                           \
+    {                                                                                              \
+        return _pAtlModule ? _pAtlModule->UpdateRegistryFromResource(x, bRegister) : E_UNEXPECTED; \
+    }

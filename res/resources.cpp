@@ -1,6 +1,8 @@
-// Look-ups in the compiled-in message and string tables.
+// Look-ups in the compiled-in message and string tables, and the registration of the tables
+// and the type library with the pal.
 #include "res/messages.h"
 #include "res/strings.h"
+#include "res/typelib.h"
 
 const ORV_MESSAGE* OrvGetMessageTable(size_t* pcMessages)
 {
@@ -32,4 +34,10 @@ const PAL_STRING_RESOURCE* OrvGetStringTable(size_t* pcStrings)
 void OrvRegisterStringTable()
 {
     PalRegisterStringTable(g_rgOrvStrings, g_cOrvStrings);
+}
+
+void OrvRegisterTypeLib()
+{
+    PalRegisterResource(ORV_TYPELIB_RESOURCE_TYPE, ORV_TYPELIB_RESOURCE_ID, g_rgbOrvTypeLib,
+                        static_cast<DWORD>(g_cbOrvTypeLib));
 }

@@ -4,7 +4,8 @@
 // pal/palcontrol.h.
 //
 // On Linux every case gets a fresh machine root and a reset platform layer, as PalTest gives,
-// and LoadStringW reads the program's string table (res/orvprov.rc), as from Windows' image.
+// LoadStringW reads the program's string table (res/orvprov.rc) and LoadTypeLib its type
+// library (res/orvprov.idl) as from Windows' image.
 // On Windows the state is the machine's, so a case removes what it creates.
 #pragma once
 

@@ -1,6 +1,9 @@
 // The COM server module and the module lock count of the object helpers.
 #include "pal/atlcom.h"
 #include "pal/errhandlingapi.h"
+#include "pal/libloaderapi.h"
+#include "pal/oleauto.h"
+#include "pal/winbase.h"
 
 namespace {
 // The lock count of a process that has no module.
@@ -144,5 +147,94 @@ HRESULT CComModule::RevokeClassObjects()
     for (_ATL_OBJMAP_ENTRY* pEntry = m_pObjMap; pEntry && pEntry->pclsid && SUCCEEDED(hr); ++pEntry)
         hr = pEntry->RevokeClassObject();
     LeaveCriticalSection(&m_csObjMap);
+    return hr;
+}
+
+// ---- Registration ----
+
+HRESULT CAtlModule::UpdateRegistryFromResource(UINT nResID, BOOL bRegister)
+{
+    UNREFERENCED_PARAMETER(nResID);
+    UNREFERENCED_PARAMETER(bRegister);
+    return E_NOTIMPL;
+}
+
+HRESULT CComModule::RegisterServer(BOOL bRegTypeLib, const CLSID* pCLSID)
+{
+    HRESULT hr = S_OK;
+    for (_ATL_OBJMAP_ENTRY* pEntry = m_pObjMap; pEntry && pEntry->pclsid && SUCCEEDED(hr);
+         ++pEntry) {
+        if (!pCLSID || IsEqualCLSID(*pCLSID, *pEntry->pclsid))
+            hr = pEntry->pfnUpdateRegistry(TRUE);
+    }
+    if (SUCCEEDED(hr) && bRegTypeLib)
+        hr = RegisterTypeLib();
+    return hr;
+}
+
+HRESULT CComModule::UnregisterServer(BOOL bUnRegTypeLib, const CLSID* pCLSID)
+{
+    HRESULT hrFirst = S_OK;
+    for (_ATL_OBJMAP_ENTRY* pEntry = m_pObjMap; pEntry && pEntry->pclsid; ++pEntry) {
+        HRESULT hr = !pCLSID || IsEqualCLSID(*pCLSID, *pEntry->pclsid)
+                         ? pEntry->pfnUpdateRegistry(FALSE)
+                         : S_OK;
+        if (SUCCEEDED(hrFirst))
+            hrFirst = hr;
+    }
+    HRESULT hr = bUnRegTypeLib ? UnRegisterTypeLib() : S_OK;
+    return FAILED(hrFirst) ? hrFirst : hr;
+}
+
+namespace {
+
+// The module file's type library; szPath receives the path it was loaded from and szDir the
+// module's directory.
+HRESULT LoadModuleTypeLib(HINSTANCE hInst, LPCWSTR lpszIndex, WCHAR (&szPath)[MAX_PATH + 16],
+                          WCHAR (&szDir)[MAX_PATH], ITypeLib** pptlib)
+{
+    DWORD cch = GetModuleFileNameW(hInst, szPath, MAX_PATH);
+    if (cch == 0)
+        return HRESULT_FROM_WIN32(GetLastError());
+    if (cch == MAX_PATH)
+        return HRESULT_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER);
+    // The directory keeps its separator, as ATL's does.
+    DWORD cchDir = cch;
+    while (cchDir > 0 && szPath[cchDir - 1] != '\\' && szPath[cchDir - 1] != '/')
+        --cchDir;
+    lstrcpynW(szDir, szPath, static_cast<int>(cchDir + 1));
+    if (lpszIndex) {
+        if (lstrlenW(lpszIndex) >= 16)
+            return E_INVALIDARG;
+        lstrcpynW(szPath + cch, lpszIndex, 16);
+    }
+    return LoadTypeLib(szPath, pptlib);
+}
+
+} // namespace
+
+HRESULT CComModule::RegisterTypeLib(LPCWSTR lpszIndex)
+{
+    WCHAR szPath[MAX_PATH + 16];
+    WCHAR szDir[MAX_PATH];
+    CComPtr<ITypeLib> pTypeLib;
+    HRESULT hr = LoadModuleTypeLib(m_hInst, lpszIndex, szPath, szDir, &pTypeLib);
+    return FAILED(hr) ? hr : ::RegisterTypeLib(pTypeLib, szPath, szDir);
+}
+
+HRESULT CComModule::UnRegisterTypeLib(LPCWSTR lpszIndex)
+{
+    WCHAR szPath[MAX_PATH + 16];
+    WCHAR szDir[MAX_PATH];
+    CComPtr<ITypeLib> pTypeLib;
+    TLIBATTR* pAttr = nullptr;
+    HRESULT hr = LoadModuleTypeLib(m_hInst, lpszIndex, szPath, szDir, &pTypeLib);
+    if (SUCCEEDED(hr))
+        hr = pTypeLib->GetLibAttr(&pAttr);
+    if (FAILED(hr))
+        return hr;
+    hr = ::UnRegisterTypeLib(pAttr->guid, pAttr->wMajorVerNum, pAttr->wMinorVerNum, pAttr->lcid,
+                             pAttr->syskind);
+    pTypeLib->ReleaseTLibAttr(pAttr);
     return hr;
 }

@@ -43,6 +43,12 @@ void EmitMessageBox(std::u16string_view caption, std::u16string_view text, UINT 
 std::optional<std::u16string> ModuleFileNameOverride();
 std::optional<std::u16string> CommandLineOverride();
 
+// ---- Resources ----
+// The bytes of the program's registered resource of that type and id (PalRegisterResource);
+// false when there is none.
+bool FindRegisteredResource(std::u16string_view type, UINT uID, const BYTE** ppData,
+                            DWORD* pcbData);
+
 // ---- Text ----
 inline std::string ToUtf8(std::u16string_view s)
 {

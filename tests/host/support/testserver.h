@@ -18,6 +18,7 @@ inline constexpr const WCHAR* kTestAppId = W("{0E3C7B52-41A9-4F0D-8D6E-2B9A51C4E
 class CTestServer : public CComObjectRootEx<CComMultiThreadModel>, public IUnknown
 {
 public:
+    DECLARE_NO_REGISTRY()
     BEGIN_COM_MAP(CTestServer)
     COM_INTERFACE_ENTRY_IID(IID_IUnknown, IUnknown)
     END_COM_MAP()

@@ -55,6 +55,7 @@ class CWidget : public CComObjectRootEx<CComMultiThreadModel>,
                 public ISupportErrorInfo
 {
 public:
+    DECLARE_NO_REGISTRY()
     BEGIN_COM_MAP(CWidget)
     COM_INTERFACE_ENTRY(IWidget)
     COM_INTERFACE_ENTRY(ISupportErrorInfo)
