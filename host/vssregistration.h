@@ -2,6 +2,7 @@
 // administration interface.
 #pragma once
 
+#include "pal/guiddef.h"
 #include "pal/windef.h"
 #include "pal/winerror.h"
 

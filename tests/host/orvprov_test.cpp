@@ -3,6 +3,7 @@
 // message boxes it showed, a line of its trace, and the whole installation state it left: the
 // COM registration key by key, the Windows service and the VSS provider list.
 #include "pal/processthreadsapi.h"
+#include "pal/synchapi.h"
 #include "pal/winreg.h"
 #include "pal/winsvc.h"
 #include "sim/vss/state.h"
@@ -108,201 +109,49 @@ constexpr char kNoDescription[] = "type=16 start=3 error=1 deps=RPCSS account=Lo
                                   "display=Verdane VSS Hardware Provider description=";
 constexpr char kParseError[] = "Parsing error: invalid switches or arguments";
 
+// clang-format off
 const Row kRows[] = {
-    {"NoArgumentsIsTheServiceFromAConsole",
-     {{}},
-     "",
-     S_OK,
-     0,
-     "",
-     "StartServiceCtrlDispatcher FAILED [dwError=0x00000427]",
-     Com::None,
-     "",
-     false},
-    {"ServiceSwitchChangesNothing",
-     {{"-service"}},
-     "",
-     S_OK,
-     0,
-     "",
-     "m_fService=1",
-     Com::None,
-     "",
-     false},
-    {"UnregisterOnACleanMachine",
-     {{"-u", "-r", "exe"}},
-     "",
-     S_OK,
-     0,
-     "",
-     "Provider is not registered",
-     Com::None,
-     "",
-     false},
-    {"ServiceModeIgnoresCase",
-     {{"-r", "Service", "-a", "LocalSystem"}},
-     "",
-     S_OK,
-     0,
-     "",
-     "Creating regvalues for ServiceParameters",
-     Com::Service,
-     kInstalled,
-     true},
-    {"ServiceTwiceStopsAtVss",
-     {kService, kService},
-     "",
-     S_OK,
-     kVeto,
-     "",
-     "Verdane hardware provider is already registered",
-     Com::Service,
-     kInstalled,
-     true},
-    {"ExeAfterServiceDeletesTheService",
-     {kService, {"-r", "exe"}},
-     "",
-     S_OK,
-     kVeto,
-     "",
-     "RegisterVss FAILED [hr=0x80042303]",
-     Com::ExeAfterService,
-     "",
-     true},
+    // name, runs, faults, coordinator's answer, exit code, console, trace, COM, service, VSS
+    {"NoArgumentsIsTheServiceFromAConsole", {{}}, "", S_OK, 0, "",
+     "StartServiceCtrlDispatcher FAILED [dwError=0x00000427]", Com::None, "", false},
+    {"ServiceSwitchChangesNothing", {{"-service"}}, "", S_OK, 0, "", "m_fService=1", Com::None, "", false},
+    {"UnregisterOnACleanMachine", {{"-u", "-r", "exe"}}, "", S_OK, 0, "", "Provider is not registered",
+     Com::None, "", false},
+    {"ServiceModeIgnoresCase", {{"-r", "Service", "-a", "LocalSystem"}}, "", S_OK, 0, "",
+     "Creating regvalues for ServiceParameters", Com::Service, kInstalled, true},
+    {"ServiceTwiceStopsAtVss", {kService, kService}, "", S_OK, kVeto, "",
+     "Verdane hardware provider is already registered", Com::Service, kInstalled, true},
+    {"ExeAfterServiceDeletesTheService", {kService, {"-r", "exe"}}, "", S_OK, kVeto, "",
+     "RegisterVss FAILED [hr=0x80042303]", Com::ExeAfterService, "", true},
     {"Exe", {{"-r", "exe"}}, "", S_OK, 0, "", "Reg exe", Com::Exe, "", true},
-    {"PasswordWithoutAccount",
-     {{"-r", "service", "-p", "secret"}},
-     "",
-     S_OK,
-     kVeto,
-     "[Register Server] Parsing error: need to specify -a <account> and -p <password>\n\n",
-     "",
-     Com::None,
-     "",
-     false},
+    {"PasswordWithoutAccount", {{"-r", "service", "-p", "secret"}}, "", S_OK, kVeto,
+     "[Register Server] Parsing error: need to specify -a <account> and -p <password>\n\n", "", Com::None, "", false},
     {"RegisterModeWithoutValue", {{"-r"}}, "", S_OK, kVeto, "", kParseError, Com::None, "", false},
     {"UnknownSwitch", {{"-x"}}, "", S_OK, kVeto, "", kParseError, Com::None, "", false},
-    {"SwitchNamesAreCaseSensitive",
-     {{"-R", "exe"}},
-     "",
-     S_OK,
-     kVeto,
-     "",
-     kParseError,
-     Com::None,
-     "",
-     false},
-    {"UnknownRegisterMode",
-     {{"-r", "all"}},
-     "",
-     S_OK,
-     kVeto,
-     "[Register Server] Parsing error: -r (exe|service)\n\n",
-     "",
-     Com::None,
-     "",
-     false},
-    {"SlashUAfterAPlainWord",
-     {kService, {"word", "/u"}},
-     "",
-     S_OK,
-     0,
-     "",
-     "Unreg",
-     Com::None,
-     "",
-     false},
-    {"OutOfMemoryKeepsItsCode",
-     {{"-u"}},
-     "InitializeCriticalSectionAndSpinCount=14",
-     S_OK,
-     0x8007000E,
-     "",
-     "_Module.Init FAILED",
-     Com::None,
-     "",
-     false},
-    {"CoordinatorCannotBeCreated",
-     {kService},
-     "CoCreateInstance=0x80040154",
-     S_OK,
-     kVeto,
-     "CoCreateInstance FAILED [hr=80040154]\n",
-     "RegisterVss FAILED [hr=0x80040154]",
-     Com::None,
-     "",
-     false},
-    {"RegisterProviderFails",
-     {kService},
-     "",
-     E_ACCESSDENIED,
-     kVeto,
-     "",
-     "RegisterProvider FAILED [hr=80070005]",
-     Com::None,
-     "",
-     false},
-    {"AccountThatDoesNotExist",
-     {{"-r", "service", "-a", "Nobody"}},
-     "",
-     S_OK,
-     0,
-     "[Orvhwsvc] Couldn't create service\n",
-     "CreateService FAILED [dwError=0x00000421]",
-     Com::Service,
-     "",
-     true},
-    {"ManagerCannotBeOpened",
-     {kService},
-     "OpenSCManagerW=5",
-     S_OK,
-     0,
-     "[Orvhwsvc] Couldn't open service manager\n",
-     "OpenSCManager FAILED [dwError=0x00000005]",
-     Com::Service,
-     "",
-     true},
-    {"DescriptionCannotBeSet",
-     {kService},
-     "ChangeServiceConfig2W=5",
-     S_OK,
-     0,
-     "",
-     "ChangeServiceConfig2 FAILED [dwError=0x00000005]",
-     Com::Service,
-     kNoDescription,
-     true},
-    {"ManagerCannotBeOpenedToDelete",
-     {kService, {"-u"}},
-     "OpenSCManagerW=5,2",
-     S_OK,
-     0,
-     "[Orvhwsvc] Couldn't open service manager\n",
-     "OpenSCManager FAILED [dwError=0x00000005]",
-     Com::None,
-     kInstalled,
-     false},
-    {"ServiceCannotBeOpenedToDelete",
-     {kService, {"-u"}},
-     "OpenServiceW=5,2",
-     S_OK,
-     0,
-     "[Orvhwsvc] Couldn't open service\n",
-     "OpenService FAILED [dwError=0x00000005]",
-     Com::None,
-     kInstalled,
-     false},
-    {"ServiceCannotBeDeleted",
-     {kService, {"-u"}},
-     "DeleteService=5",
-     S_OK,
-     0,
-     "[Orvhwsvc] Service could not be deleted\n",
-     "DeleteService FAILED [dwError=0x00000005]",
-     Com::None,
-     kInstalled,
-     false},
+    {"SwitchNamesAreCaseSensitive", {{"-R", "exe"}}, "", S_OK, kVeto, "", kParseError, Com::None, "", false},
+    {"UnknownRegisterMode", {{"-r", "all"}}, "", S_OK, kVeto,
+     "[Register Server] Parsing error: -r (exe|service)\n\n", "", Com::None, "", false},
+    {"SlashUAfterAPlainWord", {kService, {"word", "/u"}}, "", S_OK, 0, "", "Unreg", Com::None, "", false},
+    {"OutOfMemoryKeepsItsCode", {{"-u"}}, "InitializeCriticalSectionAndSpinCount=14", S_OK, 0x8007000E, "",
+     "_Module.Init FAILED", Com::None, "", false},
+    {"CoordinatorCannotBeCreated", {kService}, "CoCreateInstance=0x80040154", S_OK, kVeto,
+     "CoCreateInstance FAILED [hr=80040154]\n", "RegisterVss FAILED [hr=0x80040154]", Com::None, "", false},
+    {"RegisterProviderFails", {kService}, "", E_ACCESSDENIED, kVeto, "",
+     "RegisterProvider FAILED [hr=80070005]", Com::None, "", false},
+    {"AccountThatDoesNotExist", {{"-r", "service", "-a", "Nobody"}}, "", S_OK, 0,
+     "[Orvhwsvc] Couldn't create service\n", "CreateService FAILED [dwError=0x00000421]", Com::Service, "", true},
+    {"ManagerCannotBeOpened", {kService}, "OpenSCManagerW=5", S_OK, 0, "[Orvhwsvc] Couldn't open service manager\n",
+     "OpenSCManager FAILED [dwError=0x00000005]", Com::Service, "", true},
+    {"DescriptionCannotBeSet", {kService}, "ChangeServiceConfig2W=5", S_OK, 0, "",
+     "ChangeServiceConfig2 FAILED [dwError=0x00000005]", Com::Service, kNoDescription, true},
+    {"ManagerCannotBeOpenedToDelete", {kService, {"-u"}}, "OpenSCManagerW=5,2", S_OK, 0,
+     "[Orvhwsvc] Couldn't open service manager\n", "OpenSCManager FAILED [dwError=0x00000005]", Com::None, kInstalled, false},
+    {"ServiceCannotBeOpenedToDelete", {kService, {"-u"}}, "OpenServiceW=5,2", S_OK, 0,
+     "[Orvhwsvc] Couldn't open service\n", "OpenService FAILED [dwError=0x00000005]", Com::None, kInstalled, false},
+    {"ServiceCannotBeDeleted", {kService, {"-u"}}, "DeleteService=5", S_OK, 0,
+     "[Orvhwsvc] Service could not be deleted\n", "DeleteService FAILED [dwError=0x00000005]", Com::None, kInstalled, false},
 };
+// clang-format on
 
 class OrvprovTest : public orvtest::PalTest, public ::testing::WithParamInterface<Row>
 {
@@ -400,24 +249,59 @@ TEST_P(OrvprovTest, LeavesTheMachineAsExpected)
     DWORD dwCode = 0;
     for (size_t i = 0; i < row.runs.size(); ++i) {
         const bool fLast = i + 1 == row.runs.size();
-        if (fLast && row.hrRegisterProvider != S_OK)
+        if (fLast && row.hrRegisterProvider != S_OK) {
             ASSERT_HR(S_OK, vsssim::SetFault("RegisterProvider", row.hrRegisterProvider));
+        }
         dwCode = Run(row.runs[i], fLast ? row.faults : "", &result);
     }
 
     EXPECT_HR(row.dwExitCode, dwCode) << result.err;
     EXPECT_EQ(row.console, result.out + result.err);
-    if (*row.trace)
+    if (*row.trace) {
         EXPECT_NE(std::string::npos, Trace().find(row.trace)) << Trace();
+    }
     EXPECT_EQ(ExpectedCom(row.com, m_exe.string(), m_dir.string()), Com());
     EXPECT_EQ(row.service, Service());
     std::vector<vsssim::detail::ProviderRecord> providers;
     ASSERT_HR(S_OK, vsssim::detail::ReadProviders("QueryProviders", &providers));
     EXPECT_EQ(row.fVssRegistered ? 2u : 1u, providers.size());
-    if (row.fVssRegistered)
+    if (row.fVssRegistered) {
         EXPECT_EQ("Verdane VSS Hardware Provider/6. 0. 0. 2404",
                   orvtest::Narrow(providers.back().name) + "/" +
                       orvtest::Narrow(providers.back().version));
+    }
+}
+
+// Installed, the program is the service: the manager starts it without arguments, and it stops
+// on request with exit code 0 in its status and as a process.
+TEST_F(OrvprovTest, RunsAsTheInstalledService)
+{
+    ProcessResult result;
+    ASSERT_EQ(0u, Run(kService, "", &result));
+    SC_HANDLE hManager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+    SC_HANDLE hService = OpenServiceW(hManager, W("Orvhwsvc"), SERVICE_ALL_ACCESS);
+    ASSERT_TRUE(hService && StartServiceW(hService, 0, nullptr)) << GetLastError();
+    SERVICE_STATUS_PROCESS status = {};
+    auto state = [&] {
+        DWORD cb = 0;
+        QueryServiceStatusEx(hService, SC_STATUS_PROCESS_INFO, reinterpret_cast<LPBYTE>(&status),
+                             sizeof(status), &cb);
+        return status.dwCurrentState;
+    };
+    ASSERT_TRUE(orvtest::WaitUntil([&] { return state() == SERVICE_RUNNING; }));
+    const DWORD dwPid = status.dwProcessId;
+    SERVICE_STATUS stopped = {};
+    EXPECT_TRUE(ControlService(hService, SERVICE_CONTROL_STOP, &stopped)) << GetLastError();
+    ASSERT_TRUE(orvtest::WaitUntil([&] { return state() == SERVICE_STOPPED; }));
+    EXPECT_EQ(0u, status.dwWin32ExitCode);
+    HANDLE hProcess = OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, dwPid);
+    DWORD dwCode = STILL_ACTIVE;
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(hProcess, 20000));
+    EXPECT_TRUE(GetExitCodeProcess(hProcess, &dwCode));
+    EXPECT_EQ(0u, dwCode);
+    CloseHandle(hProcess);
+    CloseServiceHandle(hService);
+    CloseServiceHandle(hManager);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, OrvprovTest, ::testing::ValuesIn(kRows),
