@@ -17,44 +17,43 @@ namespace {
 
 using orvtest::registry::ProcessResult;
 
-constexpr char kAppId[] = "{6AF5BA0B-5FE5-4B79-9723-14C9C3ECB16C}";
-constexpr char kClsid[] = "{C7F1D659-6F48-45AA-93D2-D99414EA5190}";
-constexpr char kLibId[] = "{3BB85D3F-2BA9-4DC0-AC81-7F55520F51E2}";
 constexpr DWORD kVeto = 0x80042306;
 
-enum class Com
-{
-    None,
-    Exe,
-    Service,
-    ExeAfterService
-};
+// What the AppID key holds beside its name after each kind of registration.
+constexpr char kExe[] = "";
+constexpr char kAsService[] = " LocalService=Orvhwsvc ServiceParameters=-service";
+constexpr char kExeAfterService[] = " ServiceParameters=-service";
 
 // Every key of the installation under HKEY_CLASSES_ROOT, one line each with its values.
-std::string ExpectedCom(Com com, const std::string& exe, const std::string& dir)
+std::string ExpectedCom(const char* pszAppIdValues, const std::string& exe, const std::string& dir)
 {
-    if (com == Com::None)
+    if (!pszAppIdValues)
         return "";
-    const std::string clsid = std::string("CLSID\\") + kClsid;
-    const std::string progId = "Orvprov.OrvaneHardwareProvider";
-    std::string appIdValues = " @=orvprov";
-    if (com == Com::Service)
-        appIdValues += " LocalService=Orvhwsvc ServiceParameters=-service";
-    else if (com == Com::ExeAfterService)
-        appIdValues += " ServiceParameters=-service";
-    const std::string lib = std::string("TypeLib\\") + kLibId;
-    return std::string("AppID\\") + kAppId + appIdValues + "\n" +
-           "AppID\\orvprov.EXE AppID=" + kAppId + "\n" + clsid +
-           " @=OrvaneHardwareProvider Class AppID=" + kAppId + "\n" + clsid +
-           "\\LocalServer32 @=" + exe + "\n" + clsid + "\\ProgID @=" + progId + ".1\n" + clsid +
-           "\\Programmable\n" + clsid + "\\TypeLib @=" + kLibId + "\n" + clsid +
-           "\\VersionIndependentProgID @=" + progId + "\n" + progId +
-           " @=OrvaneHardwareProvider Class\n" + progId + "\\CLSID @=" + kClsid + "\n" + progId +
-           "\\CurVer @=" + progId + ".1\n" + progId + ".1 @=OrvaneHardwareProvider Class\n" +
-           progId + ".1\\CLSID @=" + kClsid + "\n" + lib + "\n" + lib +
-           "\\1.0 @=orvprov 1.0 Type Library\n" + lib + "\\1.0\\0\n" + lib +
-           "\\1.0\\0\\win64 @=" + exe + "\n" + lib + "\\1.0\\FLAGS @=0\n" + lib +
-           "\\1.0\\HELPDIR @=" + dir + "/\n";
+    std::string text = R"(AppID\{6AF5BA0B-5FE5-4B79-9723-14C9C3ECB16C} @=orvprov%A
+AppID\orvprov.EXE AppID={6AF5BA0B-5FE5-4B79-9723-14C9C3ECB16C}
+CLSID\{C7F1D659-6F48-45AA-93D2-D99414EA5190} @=OrvaneHardwareProvider Class AppID={6AF5BA0B-5FE5-4B79-9723-14C9C3ECB16C}
+CLSID\{C7F1D659-6F48-45AA-93D2-D99414EA5190}\LocalServer32 @=%E
+CLSID\{C7F1D659-6F48-45AA-93D2-D99414EA5190}\ProgID @=Orvprov.OrvaneHardwareProvider.1
+CLSID\{C7F1D659-6F48-45AA-93D2-D99414EA5190}\Programmable
+CLSID\{C7F1D659-6F48-45AA-93D2-D99414EA5190}\TypeLib @={3BB85D3F-2BA9-4DC0-AC81-7F55520F51E2}
+CLSID\{C7F1D659-6F48-45AA-93D2-D99414EA5190}\VersionIndependentProgID @=Orvprov.OrvaneHardwareProvider
+Orvprov.OrvaneHardwareProvider @=OrvaneHardwareProvider Class
+Orvprov.OrvaneHardwareProvider\CLSID @={C7F1D659-6F48-45AA-93D2-D99414EA5190}
+Orvprov.OrvaneHardwareProvider\CurVer @=Orvprov.OrvaneHardwareProvider.1
+Orvprov.OrvaneHardwareProvider.1 @=OrvaneHardwareProvider Class
+Orvprov.OrvaneHardwareProvider.1\CLSID @={C7F1D659-6F48-45AA-93D2-D99414EA5190}
+TypeLib\{3BB85D3F-2BA9-4DC0-AC81-7F55520F51E2}
+TypeLib\{3BB85D3F-2BA9-4DC0-AC81-7F55520F51E2}\1.0 @=orvprov 1.0 Type Library
+TypeLib\{3BB85D3F-2BA9-4DC0-AC81-7F55520F51E2}\1.0\0
+TypeLib\{3BB85D3F-2BA9-4DC0-AC81-7F55520F51E2}\1.0\0\win64 @=%E
+TypeLib\{3BB85D3F-2BA9-4DC0-AC81-7F55520F51E2}\1.0\FLAGS @=0
+TypeLib\{3BB85D3F-2BA9-4DC0-AC81-7F55520F51E2}\1.0\HELPDIR @=%D/
+)";
+    for (auto [token, value] :
+         {std::pair<std::string, std::string>{"%A", pszAppIdValues}, {"%E", exe}, {"%D", dir}})
+        for (size_t at; (at = text.find(token)) != std::string::npos;)
+            text.replace(at, token.size(), value);
+    return text;
 }
 
 void DumpKey(HKEY hParent, const std::string& path, std::string* pText)
@@ -89,10 +88,10 @@ struct Row
     const char* faults;                         // ORVSIM_FAULTS of the last run
     HRESULT hrRegisterProvider;                 // the coordinator's answer instead of its work
     DWORD dwExitCode;
-    const char* console; // its output, message boxes as the machine prints them
-    const char* trace;   // a line of the last run's trace
-    Com com;
-    const char* service; // the service's configuration, "" when there is none
+    const char* console;        // its output, message boxes as the machine prints them
+    const char* trace;          // a line of the last run's trace
+    const char* pszAppIdValues; // NULL: no COM registration
+    const char* service;        // the service's configuration, "" when there is none
     bool fVssRegistered;
 };
 
@@ -113,43 +112,43 @@ constexpr char kParseError[] = "Parsing error: invalid switches or arguments";
 const Row kRows[] = {
     // name, runs, faults, coordinator's answer, exit code, console, trace, COM, service, VSS
     {"NoArgumentsIsTheServiceFromAConsole", {{}}, "", S_OK, 0, "",
-     "StartServiceCtrlDispatcher FAILED [dwError=0x00000427]", Com::None, "", false},
-    {"ServiceSwitchChangesNothing", {{"-service"}}, "", S_OK, 0, "", "m_fService=1", Com::None, "", false},
+     "StartServiceCtrlDispatcher FAILED [dwError=0x00000427]", nullptr, "", false},
+    {"ServiceSwitchChangesNothing", {{"-service"}}, "", S_OK, 0, "", "m_fService=1", nullptr, "", false},
     {"UnregisterOnACleanMachine", {{"-u", "-r", "exe"}}, "", S_OK, 0, "", "Provider is not registered",
-     Com::None, "", false},
+     nullptr, "", false},
     {"ServiceModeIgnoresCase", {{"-r", "Service", "-a", "LocalSystem"}}, "", S_OK, 0, "",
-     "Creating regvalues for ServiceParameters", Com::Service, kInstalled, true},
+     "Creating regvalues for ServiceParameters", kAsService, kInstalled, true},
     {"ServiceTwiceStopsAtVss", {kService, kService}, "", S_OK, kVeto, "",
-     "Verdane hardware provider is already registered", Com::Service, kInstalled, true},
+     "Verdane hardware provider is already registered", kAsService, kInstalled, true},
     {"ExeAfterServiceDeletesTheService", {kService, {"-r", "exe"}}, "", S_OK, kVeto, "",
-     "RegisterVss FAILED [hr=0x80042303]", Com::ExeAfterService, "", true},
-    {"Exe", {{"-r", "exe"}}, "", S_OK, 0, "", "Reg exe", Com::Exe, "", true},
+     "RegisterVss FAILED [hr=0x80042303]", kExeAfterService, "", true},
+    {"Exe", {{"-r", "exe"}}, "", S_OK, 0, "", "Reg exe", kExe, "", true},
     {"PasswordWithoutAccount", {{"-r", "service", "-p", "secret"}}, "", S_OK, kVeto,
-     "[Register Server] Parsing error: need to specify -a <account> and -p <password>\n\n", "", Com::None, "", false},
-    {"RegisterModeWithoutValue", {{"-r"}}, "", S_OK, kVeto, "", kParseError, Com::None, "", false},
-    {"UnknownSwitch", {{"-x"}}, "", S_OK, kVeto, "", kParseError, Com::None, "", false},
-    {"SwitchNamesAreCaseSensitive", {{"-R", "exe"}}, "", S_OK, kVeto, "", kParseError, Com::None, "", false},
+     "[Register Server] Parsing error: need to specify -a <account> and -p <password>\n\n", "", nullptr, "", false},
+    {"RegisterModeWithoutValue", {{"-r"}}, "", S_OK, kVeto, "", kParseError, nullptr, "", false},
+    {"UnknownSwitch", {{"-x"}}, "", S_OK, kVeto, "", kParseError, nullptr, "", false},
+    {"SwitchNamesAreCaseSensitive", {{"-R", "exe"}}, "", S_OK, kVeto, "", kParseError, nullptr, "", false},
     {"UnknownRegisterMode", {{"-r", "all"}}, "", S_OK, kVeto,
-     "[Register Server] Parsing error: -r (exe|service)\n\n", "", Com::None, "", false},
-    {"SlashUAfterAPlainWord", {kService, {"word", "/u"}}, "", S_OK, 0, "", "Unreg", Com::None, "", false},
+     "[Register Server] Parsing error: -r (exe|service)\n\n", "", nullptr, "", false},
+    {"SlashUAfterAPlainWord", {kService, {"word", "/u"}}, "", S_OK, 0, "", "Unreg", nullptr, "", false},
     {"OutOfMemoryKeepsItsCode", {{"-u"}}, "InitializeCriticalSectionAndSpinCount=14", S_OK, 0x8007000E, "",
-     "_Module.Init FAILED", Com::None, "", false},
+     "_Module.Init FAILED", nullptr, "", false},
     {"CoordinatorCannotBeCreated", {kService}, "CoCreateInstance=0x80040154", S_OK, kVeto,
-     "CoCreateInstance FAILED [hr=80040154]\n", "RegisterVss FAILED [hr=0x80040154]", Com::None, "", false},
+     "CoCreateInstance FAILED [hr=80040154]\n", "RegisterVss FAILED [hr=0x80040154]", nullptr, "", false},
     {"RegisterProviderFails", {kService}, "", E_ACCESSDENIED, kVeto, "",
-     "RegisterProvider FAILED [hr=80070005]", Com::None, "", false},
+     "RegisterProvider FAILED [hr=80070005]", nullptr, "", false},
     {"AccountThatDoesNotExist", {{"-r", "service", "-a", "Nobody"}}, "", S_OK, 0,
-     "[Orvhwsvc] Couldn't create service\n", "CreateService FAILED [dwError=0x00000421]", Com::Service, "", true},
+     "[Orvhwsvc] Couldn't create service\n", "CreateService FAILED [dwError=0x00000421]", kAsService, "", true},
     {"ManagerCannotBeOpened", {kService}, "OpenSCManagerW=5", S_OK, 0, "[Orvhwsvc] Couldn't open service manager\n",
-     "OpenSCManager FAILED [dwError=0x00000005]", Com::Service, "", true},
+     "OpenSCManager FAILED [dwError=0x00000005]", kAsService, "", true},
     {"DescriptionCannotBeSet", {kService}, "ChangeServiceConfig2W=5", S_OK, 0, "",
-     "ChangeServiceConfig2 FAILED [dwError=0x00000005]", Com::Service, kNoDescription, true},
+     "ChangeServiceConfig2 FAILED [dwError=0x00000005]", kAsService, kNoDescription, true},
     {"ManagerCannotBeOpenedToDelete", {kService, {"-u"}}, "OpenSCManagerW=5,2", S_OK, 0,
-     "[Orvhwsvc] Couldn't open service manager\n", "OpenSCManager FAILED [dwError=0x00000005]", Com::None, kInstalled, false},
+     "[Orvhwsvc] Couldn't open service manager\n", "OpenSCManager FAILED [dwError=0x00000005]", nullptr, kInstalled, false},
     {"ServiceCannotBeOpenedToDelete", {kService, {"-u"}}, "OpenServiceW=5,2", S_OK, 0,
-     "[Orvhwsvc] Couldn't open service\n", "OpenService FAILED [dwError=0x00000005]", Com::None, kInstalled, false},
+     "[Orvhwsvc] Couldn't open service\n", "OpenService FAILED [dwError=0x00000005]", nullptr, kInstalled, false},
     {"ServiceCannotBeDeleted", {kService, {"-u"}}, "DeleteService=5", S_OK, 0,
-     "[Orvhwsvc] Service could not be deleted\n", "DeleteService FAILED [dwError=0x00000005]", Com::None, kInstalled, false},
+     "[Orvhwsvc] Service could not be deleted\n", "DeleteService FAILED [dwError=0x00000005]", nullptr, kInstalled, false},
 };
 // clang-format on
 
@@ -159,8 +158,7 @@ protected:
     void SetUp() override
     {
         PalTest::SetUp();
-        m_dir = MakeDir("Program Files") / "Orvane";
-        std::filesystem::create_directories(m_dir);
+        m_dir = MakeDir("Program Files/Orvane");
         m_exe = m_dir / "orvprov";
         std::filesystem::copy_file(ORVPROV_EXE, m_exe);
     }
@@ -184,30 +182,29 @@ protected:
     std::string Com() const
     {
         std::string text;
-        for (std::string key :
-             {std::string("AppID\\") + kAppId, std::string("AppID\\orvprov.EXE"),
-              std::string("CLSID\\") + kClsid, std::string("Orvprov.OrvaneHardwareProvider"),
-              std::string("Orvprov.OrvaneHardwareProvider.1"), std::string("TypeLib\\") + kLibId})
-            DumpKey(HKEY_CLASSES_ROOT, key, &text);
+        for (const char* pszKey :
+             {"AppID\\{6AF5BA0B-5FE5-4B79-9723-14C9C3ECB16C}", "AppID\\orvprov.EXE",
+              "CLSID\\{C7F1D659-6F48-45AA-93D2-D99414EA5190}", "Orvprov.OrvaneHardwareProvider",
+              "Orvprov.OrvaneHardwareProvider.1",
+              "TypeLib\\{3BB85D3F-2BA9-4DC0-AC81-7F55520F51E2}"})
+            DumpKey(HKEY_CLASSES_ROOT, pszKey, &text);
         return text;
     }
 
+    // The service's configuration on one line; "" when there is none.
     std::string Service() const
     {
         SC_HANDLE hManager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
         SC_HANDLE hService = OpenServiceW(hManager, W("Orvhwsvc"), SERVICE_QUERY_CONFIG);
-        std::string text;
-        alignas(8) BYTE config[8192];
-        alignas(8) BYTE description[1024];
+        alignas(8) BYTE config[8192], description[1024];
+        auto* p = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(config);
+        LPWSTR& pszDescription =
+            reinterpret_cast<SERVICE_DESCRIPTIONW*>(description)->lpDescription;
         DWORD cb = 0;
-        if (hService &&
-            QueryServiceConfigW(hService, reinterpret_cast<QUERY_SERVICE_CONFIGW*>(config),
-                                sizeof(config), &cb) &&
+        std::string text;
+        if (hService && QueryServiceConfigW(hService, p, sizeof(config), &cb) &&
             QueryServiceConfig2W(hService, SERVICE_CONFIG_DESCRIPTION, description,
                                  sizeof(description), &cb)) {
-            auto* p = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(config);
-            LPWSTR pszDescription =
-                reinterpret_cast<SERVICE_DESCRIPTIONW*>(description)->lpDescription;
             text = "type=" + std::to_string(p->dwServiceType) +
                    " start=" + std::to_string(p->dwStartType) +
                    " error=" + std::to_string(p->dwErrorControl) +
@@ -215,12 +212,10 @@ protected:
                    " account=" + orvtest::Narrow(p->lpServiceStartName) +
                    " display=" + orvtest::Narrow(p->lpDisplayName) +
                    " description=" + (pszDescription ? orvtest::Narrow(pszDescription) : "");
-            EXPECT_EQ(m_exe.string(), orvtest::Narrow(p->lpBinaryPathName));
+            EXPECT_EQ(m_exe.string(), orvtest::Narrow(p->lpBinaryPathName)) << "unquoted";
         }
-        if (hService)
-            CloseServiceHandle(hService);
-        if (hManager)
-            CloseServiceHandle(hManager);
+        CloseServiceHandle(hService);
+        CloseServiceHandle(hManager);
         return text;
     }
 
@@ -228,12 +223,10 @@ protected:
     std::string Trace() const
     {
         std::string text;
-        for (const auto& entry : std::filesystem::directory_iterator(m_dir)) {
-            if (entry.path().extension() != ".log")
-                continue;
-            std::ifstream file(entry.path(), std::ios::binary);
-            text.append(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-        }
+        for (const auto& entry : std::filesystem::directory_iterator(m_dir))
+            if (std::ifstream file(entry.path(), std::ios::binary);
+                entry.path().extension() == ".log")
+                text.append(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
         std::erase(text, '\0');
         return text;
     }
@@ -260,7 +253,7 @@ TEST_P(OrvprovTest, LeavesTheMachineAsExpected)
     if (*row.trace) {
         EXPECT_NE(std::string::npos, Trace().find(row.trace)) << Trace();
     }
-    EXPECT_EQ(ExpectedCom(row.com, m_exe.string(), m_dir.string()), Com());
+    EXPECT_EQ(ExpectedCom(row.pszAppIdValues, m_exe.string(), m_dir.string()), Com());
     EXPECT_EQ(row.service, Service());
     std::vector<vsssim::detail::ProviderRecord> providers;
     ASSERT_HR(S_OK, vsssim::detail::ReadProviders("QueryProviders", &providers));
@@ -289,16 +282,15 @@ TEST_F(OrvprovTest, RunsAsTheInstalledService)
         return status.dwCurrentState;
     };
     ASSERT_TRUE(orvtest::WaitUntil([&] { return state() == SERVICE_RUNNING; }));
-    const DWORD dwPid = status.dwProcessId;
+    // Opened while it runs, so that the wait below is woken by its end.
+    HANDLE hProcess =
+        OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, status.dwProcessId);
     SERVICE_STATUS stopped = {};
     EXPECT_TRUE(ControlService(hService, SERVICE_CONTROL_STOP, &stopped)) << GetLastError();
-    ASSERT_TRUE(orvtest::WaitUntil([&] { return state() == SERVICE_STOPPED; }));
-    EXPECT_EQ(0u, status.dwWin32ExitCode);
-    HANDLE hProcess = OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, dwPid);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(hProcess, INFINITE));
     DWORD dwCode = STILL_ACTIVE;
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(hProcess, 20000));
-    EXPECT_TRUE(GetExitCodeProcess(hProcess, &dwCode));
-    EXPECT_EQ(0u, dwCode);
+    EXPECT_TRUE(GetExitCodeProcess(hProcess, &dwCode) && state() == SERVICE_STOPPED);
+    EXPECT_EQ(std::pair(DWORD(0), DWORD(0)), std::pair(dwCode, status.dwWin32ExitCode));
     CloseHandle(hProcess);
     CloseServiceHandle(hService);
     CloseServiceHandle(hManager);

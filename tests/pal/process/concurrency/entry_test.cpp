@@ -1,13 +1,12 @@
 // Programs whose entry is wWinMain (program/winmainprog.cpp) run as processes of the machine:
 // what the entry hands wWinMain, the hooks around it, and the full 32-bit exit code read back
-// through OpenProcess and GetExitCodeProcess after the host kept only its low byte.
+// through OpenProcess and GetExitCodeProcess after the host kept only its low byte. A wait on a
+// process is woken by its end in the provider program's service test (host/orvprov_test.cpp).
 #include "pal/handleapi.h"
 #include "pal/processthreadsapi.h"
-#include "pal/src/sync/handletable.h"
 #include "tests/pal/registry/registry_testing.h"
 
 #include <filesystem>
-#include <thread>
 
 namespace {
 
@@ -59,45 +58,6 @@ TEST_F(ProcessEntryTest, KeepsTheFullExitCodeOfEachWayOfEnding)
                   (std::tuple{record.fRunning, record.fExitRecorded, record.dwExitCode}));
         EXPECT_LE(record.ullStartTime, row.status >= 0 ? record.ullEndTime : ~0ull);
     }
-    pal::InjectFault("OpenProcess", ERROR_NOT_ENOUGH_MEMORY);
-    EXPECT_CALL_ERROR(nullptr, ERROR_NOT_ENOUGH_MEMORY,
-                      OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, GetCurrentProcessId()));
-}
-
-TEST_F(ProcessEntryTest, WaitEndsWhenTheProcessEnds)
-{
-    // The program holds until its standard input, a pipe of this test, ends.
-    int input[2];
-    ASSERT_EQ(0, pipe2(input, O_CLOEXEC));
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, input[0], 0);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    std::string args[] = {ORV_WINMAINPROG_EXE, "0x8007000E", "hold"};
-    char* argv[] = {args[0].data(), args[1].data(), args[2].data(), nullptr};
-    pid_t pid = -1;
-    ASSERT_EQ(0, posix_spawn(&pid, argv[0], &actions, nullptr, argv, environ));
-    posix_spawn_file_actions_destroy(&actions);
-    close(input[0]);
-
-    HANDLE h = OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION, FALSE, DWORD(pid));
-    DWORD dwCode = 0;
-    EXPECT_TRUE(GetExitCodeProcess(h, &dwCode));
-    EXPECT_EQ(DWORD(STILL_ACTIVE), dwCode);
-    EXPECT_EQ(DWORD(WAIT_TIMEOUT), WaitForSingleObject(h, 0));
-    // A waiter asleep before the end is woken by it.
-    DWORD dwWait = WAIT_FAILED;
-    std::thread waiter([&] { dwWait = WaitForSingleObject(h, INFINITE); });
-    EXPECT_TRUE(orvtest::WaitUntil([] { return pal::detail::SleepingWaiterCount() == 1; }));
-    close(input[1]);
-    waiter.join();
-    EXPECT_EQ(DWORD(WAIT_OBJECT_0), dwWait);
-    EXPECT_TRUE(GetExitCodeProcess(h, &dwCode));
-    EXPECT_EQ(0x8007000Eu, dwCode);
-    EXPECT_TRUE(CloseHandle(h));
-    int status = 0;
-    ASSERT_EQ(pid, waitpid(pid, &status, 0));
-    EXPECT_EQ(0x0E, WEXITSTATUS(status));
 }
 
 } // namespace
