@@ -26,6 +26,18 @@ public:
             CloseServiceHandle(m_hSCM);
     }
 
+    // Opens the manager with all access; a failure is traced and shown, captioned with the
+    // service's name.
+    bool OpenManager(LPCWSTR pszServiceName)
+    {
+        m_hSCM = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+        if (m_hSCM)
+            return true;
+        TRACE(TRACE_LEVEL_ERROR, W("OpenSCManager FAILED [dwError=0x%08x]\n"), GetLastError());
+        MessageBoxW(nullptr, W("Couldn't open service manager"), pszServiceName, MB_OK);
+        return false;
+    }
+
     SC_HANDLE m_hSCM = nullptr;
     SC_HANDLE m_hService = nullptr;
 };
@@ -49,12 +61,8 @@ BOOL CServiceModule::CreateService(LPCWSTR pszAccount, LPCWSTR pszPassword)
         return TRUE;
 
     CServiceHandles handles;
-    handles.m_hSCM = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
-    if (!handles.m_hSCM) {
-        TRACE(TRACE_LEVEL_ERROR, W("OpenSCManager FAILED [dwError=0x%08x]\n"), GetLastError());
-        MessageBoxW(nullptr, W("Couldn't open service manager"), m_szServiceName, MB_OK);
+    if (!handles.OpenManager(m_szServiceName))
         return FALSE;
-    }
 
     WCHAR szFilePath[MAX_PATH + 1] = {};
     GetModuleFileNameW(nullptr, szFilePath, MAX_PATH);
@@ -88,12 +96,8 @@ BOOL CServiceModule::DeleteService()
         return TRUE;
 
     CServiceHandles handles;
-    handles.m_hSCM = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
-    if (!handles.m_hSCM) {
-        TRACE(TRACE_LEVEL_ERROR, W("OpenSCManager FAILED [dwError=0x%08x]\n"), GetLastError());
-        MessageBoxW(nullptr, W("Couldn't open service manager"), m_szServiceName, MB_OK);
+    if (!handles.OpenManager(m_szServiceName))
         return FALSE;
-    }
     handles.m_hService = OpenServiceW(handles.m_hSCM, m_szServiceName, SERVICE_STOP | DELETE);
     if (!handles.m_hService) {
         TRACE(TRACE_LEVEL_ERROR, W("OpenService FAILED [dwError=0x%08x]\n"), GetLastError());
