@@ -36,6 +36,23 @@ HRESULT CleanUp(HRESULT hr)
     return MapExitCode(hr);
 }
 
+// The split command line and the parser's extra arguments, released at every exit.
+struct CArguments
+{
+    CArguments() = default;
+    CArguments(const CArguments&) = delete;
+    CArguments& operator=(const CArguments&) = delete;
+    ~CArguments()
+    {
+        delete[] m_ppExtra;
+        if (m_argv)
+            LocalFree(m_argv);
+    }
+
+    LPWSTR* m_argv = nullptr;
+    LPWSTR* m_ppExtra = nullptr;
+};
+
 // The register-mode message comes from the storage service's resources when the process has
 // them loaded; the program never loads them itself.
 void ShowRegisterModeError()
@@ -78,11 +95,12 @@ int WINAPI wWinMain(HINSTANCE hInstance, HINSTANCE hPrevInstance, LPWSTR lpCmdLi
         {W("a"), TRUE, &pszAccount},  {W("p"), TRUE, &pszPassword},
     };
     int argc = 0;
-    LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-    LPWSTR* ppExtra = nullptr;
     int cExtra = 0;
-    if (!argv || !ParseArgs(argc, argv, switches, static_cast<int>(ARRAYSIZE(switches)), &ppExtra,
-                            &cExtra)) {
+    CArguments args;
+    args.m_argv = CommandLineToArgvW(GetCommandLineW(), &argc);
+    if (!args.m_argv ||
+        !ParseArgs(argc, args.m_argv, switches, static_cast<int>(ARRAYSIZE(switches)),
+                   &args.m_ppExtra, &cExtra)) {
         TRACE(TRACE_LEVEL_ERROR, W("Parsing error: invalid switches or arguments\n"));
         return CleanUp(ORVPROV_E_UNEXPECTED_ERROR);
     }

@@ -23,8 +23,19 @@ struct FaultRule
     ULONG ulHits = 0;
 };
 
-std::mutex g_faultLock;
-std::map<std::string, FaultRule, std::less<>> g_faults;
+struct FaultTable
+{
+    std::mutex lock;
+    std::map<std::string, FaultRule, std::less<>> rules;
+};
+
+// Never destroyed: the destructors of other static objects (a program's global module, which
+// closes its handles) still pass the fault hook while the process exits.
+FaultTable& Faults()
+{
+    static FaultTable* pTable = new FaultTable();
+    return *pTable;
+}
 // Lets the common no-fault case skip the lock.
 std::atomic<bool> g_fAnyFault{false};
 
@@ -79,21 +90,21 @@ namespace pal {
 
 void InjectFault(const char* api, DWORD error, ULONG nth, const WCHAR* arg)
 {
-    std::lock_guard lock(g_faultLock);
+    std::lock_guard lock(Faults().lock);
     FaultRule rule;
     rule.dwError = error;
     rule.ulNth = nth;
     if (arg)
         rule.arg = std::u16string(arg);
-    g_faults[api] = std::move(rule);
+    Faults().rules[api] = std::move(rule);
     g_fAnyFault = true;
 }
 
 void ClearFault(const char* api)
 {
-    std::lock_guard lock(g_faultLock);
-    g_faults.erase(std::string(api));
-    g_fAnyFault = !g_faults.empty();
+    std::lock_guard lock(Faults().lock);
+    Faults().rules.erase(std::string(api));
+    g_fAnyFault = !Faults().rules.empty();
 }
 
 bool InjectFaultsFromText(const std::string& text)
@@ -142,23 +153,23 @@ bool InjectFaultsFromText(const std::string& text)
 
 void ClearFaults()
 {
-    std::lock_guard lock(g_faultLock);
-    g_faults.clear();
+    std::lock_guard lock(Faults().lock);
+    Faults().rules.clear();
     g_fAnyFault = false;
 }
 
 ULONG FaultCalls(const char* api)
 {
-    std::lock_guard lock(g_faultLock);
-    auto it = g_faults.find(api);
-    return it == g_faults.end() ? 0 : it->second.ulCalls;
+    std::lock_guard lock(Faults().lock);
+    auto it = Faults().rules.find(api);
+    return it == Faults().rules.end() ? 0 : it->second.ulCalls;
 }
 
 ULONG FaultHits(const char* api)
 {
-    std::lock_guard lock(g_faultLock);
-    auto it = g_faults.find(api);
-    return it == g_faults.end() ? 0 : it->second.ulHits;
+    std::lock_guard lock(Faults().lock);
+    auto it = Faults().rules.find(api);
+    return it == Faults().rules.end() ? 0 : it->second.ulHits;
 }
 
 void FailTaskAllocAt(ULONG nth, bool fThisThreadOnly)
@@ -189,9 +200,9 @@ bool ConsumeFault(const char* api, const WCHAR* arg, DWORD* pdwError)
 {
     if (!g_fAnyFault.load(std::memory_order_acquire))
         return false;
-    std::lock_guard lock(g_faultLock);
-    auto it = g_faults.find(api);
-    if (it == g_faults.end())
+    std::lock_guard lock(Faults().lock);
+    auto it = Faults().rules.find(api);
+    if (it == Faults().rules.end())
         return false;
     FaultRule& rule = it->second;
     if (rule.arg && (!arg || !EqualNoCase(*rule.arg, arg)))
