@@ -1,5 +1,5 @@
-// The compiled message table: all 41 entries with their ids, severities and exact texts, the
-// header's ids and types, agreement with the .mc source it was generated from, and every
+// The compiled message table: all 41 entries with their ids, header names and exact texts, the
+// header's types, agreement with the .mc source it was generated from, and every
 // message rendered with insertion strings.
 #include "res/messages.h"
 #include "res/msgrender.h"
@@ -17,121 +17,128 @@ using orvtest::Narrow;
 struct Expected
 {
     DWORD dwId;
-    const char* severity;
+    DWORD dwHeaderId; // the value the generated header gives `name`
+    const char* name; // also the table's symbolic name of the id
     const char16_t* text;
 };
 
-// The table as the system's administrators are promised it.
+// The table as the system's administrators are promised it: each id as a number and as the
+// generated header names it, and its text.
+#define ID(x) static_cast<DWORD>(x), #x
 const Expected kTable[] = {
-    {0x40041000, "Informational", u"Verdane VSS hardware provider is loaded.\r\n"},
-    {0x40041001, "Informational", u"Verdane VSS hardware provider is unloaded.\r\n"},
-    {0x40041002, "Informational",
+    {0x40041000, ID(ORVPROV_EVENT_PROVIDER_LOADED),
+     u"Verdane VSS hardware provider is loaded.\r\n"},
+    {0x40041001, ID(ORVPROV_EVENT_PROVIDER_UNLOADED),
+     u"Verdane VSS hardware provider is unloaded.\r\n"},
+    {0x40041002, ID(ORVPROV_EVENT_COMMIT_COMPLETED),
      u"Verdane VSS hardware provider has successfully completed CommitSnapshots for "
      u"SnapshotSetId %1 in %2 milliseconds.\r\n"},
-    {0x40041003, "Informational",
+    {0x40041003, ID(ORVPROV_EVENT_PRECOMMIT_COMPLETED),
      u"Verdane VSS hardware provider has successfully completed PreCommitSnapshots for "
      u"SnapshotSetId %1 in %2 milliseconds.\r\n"},
-    {0x40041004, "Informational",
+    {0x40041004, ID(ORVPROV_EVENT_POSTCOMMIT_COMPLETED),
      u"Verdane VSS hardware provider has successfully completed PostCommitSnapshots for "
      u"SnapshotSetId %1 in %2 milliseconds.\r\n"},
-    {0x40041005, "Informational",
+    {0x40041005, ID(ORVPROV_EVENT_SOURCE_LUN_ADDED),
      u"Verdane VSS hardware provider is adding a source lun [VendorId=%1, ProductId=%2, "
      u"SerialNo=%3] to SnapshotSetId %4.\r\n"},
-    {0x40041006, "Informational",
+    {0x40041006, ID(ORVPROV_EVENT_LUN_DELETED),
      u"Verdane VSS hardware provider has successfully unmapped and deleted a lun "
      u"[DeviceName=%1, VendorId=%2, ProductId=%3, SerialNo=%4].\r\n"},
-    {0x40041007, "Informational",
+    {0x40041007, ID(ORVPROV_EVENT_LUN_MAPPED),
      u"Verdane VSS hardware provider has successfully mapped a lun [VendorId=%1, ProductId=%2, "
      u"SerialNo=%3].\r\n"},
-    {0x40041008, "Informational", u"Verdane VSS hardware provider service has started.\r\n"},
-    {0x40041009, "Informational", u"Verdane VSS hardware provider service has stopped.\r\n"},
-    {0x8004110C, "Warning",
+    {0x40041008, ID(ORVPROV_EVENT_SERVICE_STARTED),
+     u"Verdane VSS hardware provider service has started.\r\n"},
+    {0x40041009, ID(ORVPROV_EVENT_SERVICE_STOPPED),
+     u"Verdane VSS hardware provider service has stopped.\r\n"},
+    {0x8004110C, ID(ORVPROV_EVENT_COMMIT_SLOW),
      u"Verdane VSS hardware provider has completed CommitSnapshots for SnapshotSetId %1 in %2 "
      u"milliseconds. Since it takes more than 10 seconds, this can fail the current shadow "
      u"copy.\r\n"},
-    {0xC0040300, "Error",
+    {0xC0040300, ID(ORVPROV_EVENT_INITIALIZE_FAILED),
      u"Verdane VSS hardware provider failed to initialize. The data is the error code.\r\n"},
-    {0xC0040301, "Error", u"ORVPROV_E_MULTILUN_VOLUME_NOT_SUPPORTED\r\n"},
-    {0xC0040302, "Error", u"ORVPROV_E_INCONSISTENT_SNAPSHOTSETID\r\n"},
-    {0xC0040303, "Error", u"ORVPROV_E_LUN_NOT_RECOGNIZED\r\n"},
-    {0xC0040304, "Error", u"ORVPROV_E_GETTARGETLUNINFO_FAILED\r\n"},
-    {0xC0040305, "Error", u"ORVPROV_E_MAPTARGETLUN_FAILED\r\n"},
-    {0xC0040306, "Error", u"ORVPROV_E_DELETETARGETLUN_FAILED\r\n"},
-    {0xC0040307, "Error", u"ORVPROV_E_CREATESNAPSHOT_FAILED\r\n"},
-    {0xC0040308, "Error", u"ORVPROV_E_ENUMVDISK_FAILED\r\n"},
-    {0xC0040309, "Error", u"ORVPROV_E_ACCESS_FAILED\r\n"},
-    {0xC004030A, "Error", u"ORVPROV_E_PREPARESNAPSHOT_FAILED\r\n"},
-    {0xC004030B, "Error", u"ORVPROV_E_UNEXPECTED_ERROR\r\n"},
-    {0xC004030C, "Error", u"ORVPROV_E_INCORRECT_TESSERA\r\n"},
-    {0xC0041100, "Error",
+    {0xC0040301, ID(ORVPROV_E_MULTILUN_VOLUME_NOT_SUPPORTED),
+     u"ORVPROV_E_MULTILUN_VOLUME_NOT_SUPPORTED\r\n"},
+    {0xC0040302, ID(ORVPROV_E_INCONSISTENT_SNAPSHOTSETID),
+     u"ORVPROV_E_INCONSISTENT_SNAPSHOTSETID\r\n"},
+    {0xC0040303, ID(ORVPROV_E_LUN_NOT_RECOGNIZED), u"ORVPROV_E_LUN_NOT_RECOGNIZED\r\n"},
+    {0xC0040304, ID(ORVPROV_E_GETTARGETLUNINFO_FAILED), u"ORVPROV_E_GETTARGETLUNINFO_FAILED\r\n"},
+    {0xC0040305, ID(ORVPROV_E_MAPTARGETLUN_FAILED), u"ORVPROV_E_MAPTARGETLUN_FAILED\r\n"},
+    {0xC0040306, ID(ORVPROV_E_DELETETARGETLUN_FAILED), u"ORVPROV_E_DELETETARGETLUN_FAILED\r\n"},
+    {0xC0040307, ID(ORVPROV_E_CREATESNAPSHOT_FAILED), u"ORVPROV_E_CREATESNAPSHOT_FAILED\r\n"},
+    {0xC0040308, ID(ORVPROV_E_ENUMVDISK_FAILED), u"ORVPROV_E_ENUMVDISK_FAILED\r\n"},
+    {0xC0040309, ID(ORVPROV_E_ACCESS_FAILED), u"ORVPROV_E_ACCESS_FAILED\r\n"},
+    {0xC004030A, ID(ORVPROV_E_PREPARESNAPSHOT_FAILED), u"ORVPROV_E_PREPARESNAPSHOT_FAILED\r\n"},
+    {0xC004030B, ID(ORVPROV_E_UNEXPECTED_ERROR), u"ORVPROV_E_UNEXPECTED_ERROR\r\n"},
+    {0xC004030C, ID(ORVPROV_E_INCORRECT_TESSERA), u"ORVPROV_E_INCORRECT_TESSERA\r\n"},
+    {0xC0041100, ID(ORVPROV_EVENT_LOAD_FAILED),
      u"Verdane VSS hardware provider failed in Loading method.\r\nThis error is caused by "
      u"provider object initialization failure.\r\nThe data is the error code.\r\n"},
-    {0xC0041101, "Error",
+    {0xC0041101, ID(ORVPROV_EVENT_PRECOMMIT_FAILED),
      u"Verdane VSS hardware provider failed in PreCommitSnapshots method "
      u"[SnapshotSetId=%1].\r\nThe data is the error code.\r\n"},
-    {0xC0041102, "Error",
+    {0xC0041102, ID(ORVPROV_EVENT_COMMIT_FAILED),
      u"Verdane VSS hardware provider failed in CommitSnapshots method [SnapshotSetId=%1].\r\n"
      u"Tessera failed to create snapshot.%r\r\nPlease check Tessera event logs.%r\r\n%r\r\nThe "
      u"data is the error code.\r\n"},
-    {0xC0041103, "Error",
+    {0xC0041103, ID(ORVPROV_EVENT_POSTCOMMIT_FAILED),
      u"Verdane VSS hardware provider failed in PostCommitSnapshots method "
      u"[SnapshotSetId=%1].\r\n%r\r\nThe data is the error code.\r\n"},
-    {0xC0041104, "Error",
+    {0xC0041104, ID(ORVPROV_EVENT_ABORT_CALLED),
      u"Verdane VSS hardware provider's AbortSnapshot method is called [SnapshotSetId=%1].\r\n"
      u"VSS has failed the current shadow copy session because the previous errors are not "
      u"continuable.\r\n"},
-    {0xC0041105, "Error",
+    {0xC0041105, ID(ORVPROV_EVENT_ARELUNSSUPPORTED_FAILED),
      u"Verdane VSS hardware provider failed in AreLunsSupported method.%r\r\nThe provider "
      u"failed to connect to Tessera.%r\r\nPlease check to make sure the provider service has "
      u"sufficient privileges.%r\r\nThe data is the error code.\r\n"},
-    {0xC0041106, "Error",
+    {0xC0041106, ID(ORVPROV_EVENT_BEGINPREPARE_FAILED),
      u"Verdane VSS hardware provider failed in BeginPrepareSnapshot method.%r\r\nTessera "
      u"failed to get target lun information.%r\r\nPlease check other hardware provider or "
      u"Tessera event logs.%r\r\n%r\r\nThe data is the error code.\r\n"},
-    {0xC0041107, "Error",
+    {0xC0041107, ID(ORVPROV_EVENT_GETTARGETLUNS_FAILED),
      u"Verdane VSS hardware provider failed in GetTargetLuns method.%r\r\nTessera failed to "
      u"complete the snapshot creation.%r\r\nPlease check Tessera event logs.%r\r\n%r\r\nThe "
      u"data is the error code.\r\n"},
-    {0xC0041108, "Error",
+    {0xC0041108, ID(ORVPROV_EVENT_LOCATELUNS_FAILED),
      u"Verdane VSS hardware provider failed in LocateLuns method.%r\r\nTessera failed to map "
      u"the target lun(s).%r\r\nPlease check Tessera event logs.%r\r\n%r\r\nThe data is the "
      u"error code.\r\n"},
-    {0xC0041109, "Error",
+    {0xC0041109, ID(ORVPROV_EVENT_ONLUNEMPTY_FAILED),
      u"Verdane VSS hardware provider failed in OnLunEmpty method [DeviceName=%1].\r\nThis "
      u"error can be caused by one of the following conditions:%r\r\nTessera failed to delete "
      u"the snapshot.%r\r\nPlease check Tessera event logs.%r\r\n%r\r\nThe data is the error "
      u"code.\r\n"},
-    {0xC004110A, "Error",
+    {0xC004110A, ID(ORVPROV_EVENT_FILLINLUNINFO_FAILED),
      u"Verdane VSS hardware provider failed in FillInLunInfo method [DeviceName=%1].\r\nThis "
      u"error appears when the system is running out of memory.\r\nPlease check to see how "
      u"much memory is left in the system.%r\r\nThe data is the error code.\r\n"},
-    {0xC004110B, "Error",
+    {0xC004110B, ID(ORVPROV_EVENT_ENDPREPARE_FAILED),
      u"Verdane VSS hardware provider failed in EndPrepareSnapshots method "
      u"[SnapshotSetId=%1].\r\nThis error can occur if the call to Begin_CreateSnapshot has "
      u"failed.\r\nPlease check Tessera event logs.%r\r\nThe data is the error code.\r\n"},
-    {0xC004110D, "Error",
+    {0xC004110D, ID(ORVPROV_EVENT_INCORRECT_TESSERA),
      u"Verdane VSS hardware provider cannot load because Tessera version %1 is not installed. "
      u"Please check to make sure the correct version of Tessera is installed in the host "
      u"machine.\r\n"},
-    {0xC004110E, "Error",
+    {0xC004110E, ID(ORVPROV_EVENT_CONTEXT_NOT_SUPPORTED),
      u"Verdane VSS hardware provider does not support this context. Please check "
      u"AutoRecovery option, which is currently NOT supported.\r\n"},
-    {0xC004110F, "Error", u"Verdane VSS hardware provider failed unmapping snapshot luns.\r\n"},
-    {0xC0041110, "Error",
+    {0xC004110F, ID(ORVPROV_EVENT_UNMAP_FAILED),
+     u"Verdane VSS hardware provider failed unmapping snapshot luns.\r\n"},
+    {0xC0041110, ID(ORVPROV_EVENT_LUNSTATECHANGE_FAILED),
      u"Verdane VSS hardware provider failed in OnLunStateChange event processing. Check if VSS "
      u"Provider is configured correctly for txf recovery.\r\n"},
-    {0xC0041111, "Error",
+    {0xC0041111, ID(ORVPROV_EVENT_PREPAREBACKUP_FAILED),
      u"Verdane VSS hardware provider failed in PrepareBackupSnapshot due to exception.\r\n"},
 };
-
-const char* SeverityName(DWORD dwId)
-{
-    static const char* const names[] = {"Success", "Informational", "Warning", "Error"};
-    return names[dwId >> 30];
-}
+#undef ID
 
 TEST(MessageTableTest, HoldsExactlyTheFortyOneEntriesWithTheirTexts)
 {
+    static_assert(std::is_same_v<decltype(ORVPROV_E_UNEXPECTED_ERROR), HRESULT>);
+    static_assert(std::is_same_v<decltype(ORVPROV_EVENT_SERVICE_STARTED), DWORD>);
     size_t cMessages = 0;
     const ORV_MESSAGE* pTable = OrvGetMessageTable(&cMessages);
     ASSERT_EQ(41u, ARRAYSIZE(kTable));
@@ -140,7 +147,8 @@ TEST(MessageTableTest, HoldsExactlyTheFortyOneEntriesWithTheirTexts)
         const Expected& e = kTable[i];
         SCOPED_TRACE(orvtest::HexCode(e.dwId));
         EXPECT_EQ(e.dwId, pTable[i].dwId) << "the table is in id order";
-        EXPECT_STREQ(e.severity, SeverityName(pTable[i].dwId));
+        EXPECT_EQ(e.dwId, e.dwHeaderId) << e.name;
+        EXPECT_EQ(e.name, Narrow(pTable[i].pszSymbolicName));
         EXPECT_EQ(0x0409, pTable[i].wLanguage);
         EXPECT_EQ(std::u16string(e.text), pTable[i].pszText);
         EXPECT_EQ(&pTable[i], OrvFindMessage(e.dwId));
@@ -151,75 +159,6 @@ TEST(MessageTableTest, UnknownIdsAreNotFound)
 {
     for (DWORD dwId : {0u, 0x40040FFFu, 0xC004110Cu, 0x4004110Cu, 0xC0041112u, 0xFFFFFFFFu})
         EXPECT_EQ(nullptr, OrvFindMessage(dwId)) << orvtest::HexCode(dwId);
-}
-
-// The header's names, their values and their types; each name is also the table's
-// symbolic name for its id.
-TEST(MessageTableTest, HeaderNamesEveryIdWithItsType)
-{
-    static_assert(std::is_same_v<decltype(ORVPROV_E_UNEXPECTED_ERROR), HRESULT>);
-    static_assert(std::is_same_v<decltype(ORVPROV_EVENT_SERVICE_STARTED), DWORD>);
-    static_assert(ORVPROV_E_UNEXPECTED_ERROR < 0, "a failure code");
-    struct Name
-    {
-        DWORD dwId;
-        const char* name;
-    };
-#define NAME(x)                                                                                    \
-    {                                                                                              \
-        static_cast<DWORD>(x), #x                                                                  \
-    }
-    const Name names[] = {
-        NAME(ORVPROV_EVENT_PROVIDER_LOADED),
-        NAME(ORVPROV_EVENT_PROVIDER_UNLOADED),
-        NAME(ORVPROV_EVENT_COMMIT_COMPLETED),
-        NAME(ORVPROV_EVENT_PRECOMMIT_COMPLETED),
-        NAME(ORVPROV_EVENT_POSTCOMMIT_COMPLETED),
-        NAME(ORVPROV_EVENT_SOURCE_LUN_ADDED),
-        NAME(ORVPROV_EVENT_LUN_DELETED),
-        NAME(ORVPROV_EVENT_LUN_MAPPED),
-        NAME(ORVPROV_EVENT_SERVICE_STARTED),
-        NAME(ORVPROV_EVENT_SERVICE_STOPPED),
-        NAME(ORVPROV_EVENT_COMMIT_SLOW),
-        NAME(ORVPROV_EVENT_INITIALIZE_FAILED),
-        NAME(ORVPROV_E_MULTILUN_VOLUME_NOT_SUPPORTED),
-        NAME(ORVPROV_E_INCONSISTENT_SNAPSHOTSETID),
-        NAME(ORVPROV_E_LUN_NOT_RECOGNIZED),
-        NAME(ORVPROV_E_GETTARGETLUNINFO_FAILED),
-        NAME(ORVPROV_E_MAPTARGETLUN_FAILED),
-        NAME(ORVPROV_E_DELETETARGETLUN_FAILED),
-        NAME(ORVPROV_E_CREATESNAPSHOT_FAILED),
-        NAME(ORVPROV_E_ENUMVDISK_FAILED),
-        NAME(ORVPROV_E_ACCESS_FAILED),
-        NAME(ORVPROV_E_PREPARESNAPSHOT_FAILED),
-        NAME(ORVPROV_E_UNEXPECTED_ERROR),
-        NAME(ORVPROV_E_INCORRECT_TESSERA),
-        NAME(ORVPROV_EVENT_LOAD_FAILED),
-        NAME(ORVPROV_EVENT_PRECOMMIT_FAILED),
-        NAME(ORVPROV_EVENT_COMMIT_FAILED),
-        NAME(ORVPROV_EVENT_POSTCOMMIT_FAILED),
-        NAME(ORVPROV_EVENT_ABORT_CALLED),
-        NAME(ORVPROV_EVENT_ARELUNSSUPPORTED_FAILED),
-        NAME(ORVPROV_EVENT_BEGINPREPARE_FAILED),
-        NAME(ORVPROV_EVENT_GETTARGETLUNS_FAILED),
-        NAME(ORVPROV_EVENT_LOCATELUNS_FAILED),
-        NAME(ORVPROV_EVENT_ONLUNEMPTY_FAILED),
-        NAME(ORVPROV_EVENT_FILLINLUNINFO_FAILED),
-        NAME(ORVPROV_EVENT_ENDPREPARE_FAILED),
-        NAME(ORVPROV_EVENT_INCORRECT_TESSERA),
-        NAME(ORVPROV_EVENT_CONTEXT_NOT_SUPPORTED),
-        NAME(ORVPROV_EVENT_UNMAP_FAILED),
-        NAME(ORVPROV_EVENT_LUNSTATECHANGE_FAILED),
-        NAME(ORVPROV_EVENT_PREPAREBACKUP_FAILED),
-    };
-#undef NAME
-    ASSERT_EQ(ARRAYSIZE(kTable), ARRAYSIZE(names));
-    for (size_t i = 0; i < ARRAYSIZE(names); ++i) {
-        EXPECT_EQ(kTable[i].dwId, names[i].dwId) << names[i].name;
-        const ORV_MESSAGE* pMessage = OrvFindMessage(names[i].dwId);
-        ASSERT_NE(nullptr, pMessage) << names[i].name;
-        EXPECT_EQ(names[i].name, Narrow(pMessage->pszSymbolicName));
-    }
 }
 
 // ---- Agreement with the source ------------------------------------------------------------
