@@ -4,9 +4,11 @@
 #pragma once
 
 #include "pal/windef.h"
+#include "pal/winerror.h"
 
 #include <sqlite3.h>
 
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -120,6 +122,28 @@ public:
     std::mutex& Lock() { return m_lock; }
     // With Lock() held. Throws SqlError when the database cannot be opened.
     SqlConnection& Connection();
+
+    // One API call's transaction under Lock(): BEGIN IMMEDIATE when fWrite, `body(conn)`
+    // returning the call's error, a commit only on success. A database error becomes
+    // mapError(rc); an allocation, a thread or a file that could not be made,
+    // ERROR_NOT_ENOUGH_MEMORY.
+    template <class MapError, class Body>
+    DWORD Transact(bool fWrite, MapError&& mapError, Body&& body)
+    {
+        std::lock_guard lock(m_lock);
+        try {
+            SqlConnection& conn = Connection();
+            SqlTransaction tx(conn, fWrite);
+            DWORD dwError = body(conn);
+            if (dwError == ERROR_SUCCESS)
+                tx.Commit();
+            return dwError;
+        } catch (const SqlError& e) {
+            return mapError(e.rc);
+        } catch (const std::exception&) {
+            return ERROR_NOT_ENOUGH_MEMORY;
+        }
+    }
 
 private:
     const char* m_pszFileName;

@@ -48,28 +48,18 @@ MachineStore& Store()
 // The row RecordStart wrote for this process; 0 before.
 std::atomic<LONGLONG> g_llOwnRow{0};
 
-// One transaction on the table under the store's lock; `body(conn)` returns the call's error.
+// One transaction on the table; `body(conn)` returns the call's error.
 template <class Body>
 DWORD RunOnTable(bool fWrite, Body&& body)
 {
-    MachineStore& store = Store();
-    std::lock_guard lock(store.Lock());
-    try {
-        SqlConnection& conn = store.Connection();
-        SqlTransaction tx(conn, fWrite);
-        DWORD dwError = body(conn);
-        if (dwError == ERROR_SUCCESS)
-            tx.Commit();
-        return dwError;
-    } catch (const SqlError& e) {
-        if ((e.rc & 0xFF) == SQLITE_NOMEM)
+    auto mapError = [fWrite](int rc) -> DWORD {
+        if ((rc & 0xFF) == SQLITE_NOMEM)
             return ERROR_NOT_ENOUGH_MEMORY;
-        if ((e.rc & 0xFF) == SQLITE_CANTOPEN || (e.rc & 0xFF) == SQLITE_READONLY)
+        if ((rc & 0xFF) == SQLITE_CANTOPEN || (rc & 0xFF) == SQLITE_READONLY)
             return ERROR_ACCESS_DENIED;
         return fWrite ? ERROR_WRITE_FAULT : ERROR_READ_FAULT;
-    } catch (const std::bad_alloc&) {
-        return ERROR_NOT_ENOUGH_MEMORY;
-    }
+    };
+    return Store().Transact(fWrite, mapError, std::forward<Body>(body));
 }
 
 ProcessRecord RowToRecord(const SqlStatement& row)

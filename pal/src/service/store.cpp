@@ -42,12 +42,6 @@ const char* const kSchema[] = {
     "PRAGMA user_version = 1",
 };
 
-MachineStore& Store()
-{
-    static MachineStore store("services.db", kSchema);
-    return store;
-}
-
 // Dependencies are kept as their items, each in UTF-8 followed by a NUL.
 std::vector<BYTE> PackList(const std::vector<std::u16string>& items)
 {
@@ -92,14 +86,10 @@ std::optional<LONGLONG> FindId(SqlStatement& select)
 
 } // namespace
 
-std::mutex& StoreLock()
+MachineStore& Store()
 {
-    return Store().Lock();
-}
-
-SqlConnection& CurrentConnection()
-{
-    return Store().Connection();
+    static MachineStore store("services.db", kSchema);
+    return store;
 }
 
 DWORD Win32FromSqlite(int rc)

@@ -40,34 +40,15 @@ struct ServiceRecord
     DWORD dwProcessId = 0;
 };
 
-// Guards the connection; held for one transaction at a time, never while waiting for another
-// process.
-std::mutex& StoreLock();
-// With StoreLock() held: the connection for the current machine root. Throws SqlError.
-SqlConnection& CurrentConnection();
+// The service database of the current machine root.
+MachineStore& Store();
 DWORD Win32FromSqlite(int rc);
 
-// One API call's transaction: under StoreLock(), BEGIN IMMEDIATE when fWrite, `body(conn)`
-// returning the call's error; commits only on success.
+// One API call's transaction on the service database; see MachineStore::Transact.
 template <class Body>
 DWORD RunCall(bool fWrite, Body&& body)
 {
-    std::lock_guard lock(StoreLock());
-    try {
-        SqlConnection& conn = CurrentConnection();
-        SqlTransaction tx(conn, fWrite);
-        DWORD dwError = body(conn);
-        if (dwError == ERROR_SUCCESS)
-            tx.Commit();
-        return dwError;
-    } catch (const SqlError& e) {
-        return Win32FromSqlite(e.rc);
-    } catch (const std::bad_alloc&) {
-        return ERROR_NOT_ENOUGH_MEMORY;
-    } catch (const std::exception&) {
-        // A thread or a file that could not be made; nothing else throws here.
-        return ERROR_NOT_ENOUGH_MEMORY;
-    }
+    return Store().Transact(fWrite, &Win32FromSqlite, std::forward<Body>(body));
 }
 
 // Case folding of names, as the registry folds key names.
