@@ -3,6 +3,7 @@
 #include "pal/iaccess.h"
 #include "pal/objbase.h"
 #include "pal/src/base/internal.h"
+#include "pal/src/com/rpc/activation.h"
 #include "pal/src/com/runtime.h"
 
 #include <mutex>
@@ -180,6 +181,8 @@ HRESULT WINAPI CoGetClassObject(REFCLSID rclsid, DWORD dwClsContext, LPVOID pSer
     *ppv = nullptr;
     IUnknown* pUnk = nullptr;
     HRESULT hr = ActivateClassObject("CoGetClassObject", rclsid, dwClsContext, &pUnk);
+    if (hr == REGDB_E_CLASSNOTREG && (dwClsContext & CLSCTX_LOCAL_SERVER))
+        return pal::detail::rpc::GetRemoteClassObject(rclsid, riid, ppv);
     if (FAILED(hr))
         return hr;
     hr = pUnk->QueryInterface(riid, ppv);
@@ -196,14 +199,22 @@ HRESULT WINAPI CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter, DWORD dwCl
         return E_POINTER;
     *ppv = nullptr;
     IUnknown* pUnk = nullptr;
-    HRESULT hr = ActivateClassObject("CoCreateInstance", rclsid, dwClsContext, &pUnk);
-    if (FAILED(hr))
-        return hr;
     IClassFactory* pFactory = nullptr;
-    hr = pUnk->QueryInterface(IID_IClassFactory, reinterpret_cast<void**>(&pFactory));
-    pUnk->Release();
-    if (FAILED(hr))
-        return hr;
+    HRESULT hr = ActivateClassObject("CoCreateInstance", rclsid, dwClsContext, &pUnk);
+    if (hr == REGDB_E_CLASSNOTREG && (dwClsContext & CLSCTX_LOCAL_SERVER)) {
+        // Another process of the machine may serve it.
+        hr = pal::detail::rpc::GetRemoteClassObject(rclsid, IID_IClassFactory,
+                                                    reinterpret_cast<void**>(&pFactory));
+        if (FAILED(hr))
+            return hr;
+    } else {
+        if (FAILED(hr))
+            return hr;
+        hr = pUnk->QueryInterface(IID_IClassFactory, reinterpret_cast<void**>(&pFactory));
+        pUnk->Release();
+        if (FAILED(hr))
+            return hr;
+    }
     hr = pFactory->CreateInstance(pUnkOuter, riid, ppv);
     pFactory->Release();
     if (FAILED(hr))
@@ -225,6 +236,11 @@ HRESULT WINAPI CoRegisterClassObject(REFCLSID rclsid, LPUNKNOWN pUnk, DWORD dwCl
         return E_INVALIDARG;
     if (!pal::detail::ComInitializedOnThread())
         return CO_E_NOTINITIALIZED;
+    if (dwClsContext & CLSCTX_LOCAL_SERVER) {
+        // Other processes of the machine find the class through its published name.
+        if (HRESULT hr = pal::detail::rpc::PublishClass(rclsid); FAILED(hr))
+            return hr;
+    }
     CClassTable& table = Table();
     std::lock_guard lock(table.m_lock);
     try {
@@ -242,19 +258,28 @@ HRESULT WINAPI CoRegisterClassObject(REFCLSID rclsid, LPUNKNOWN pUnk, DWORD dwCl
 HRESULT WINAPI CoRevokeClassObject(DWORD dwRegister)
 {
     IUnknown* pUnk = nullptr;
+    CLSID clsid = GUID_NULL;
+    bool fLastLocal = false;
     {
         CClassTable& table = Table();
         std::lock_guard lock(table.m_lock);
         for (auto it = table.m_registrations.begin(); it != table.m_registrations.end(); ++it) {
             if (it->m_dwCookie == dwRegister) {
                 pUnk = it->m_pUnk;
+                clsid = it->m_clsid;
+                fLastLocal = (it->m_dwContext & CLSCTX_LOCAL_SERVER) != 0;
                 table.m_registrations.erase(it);
                 break;
             }
         }
+        for (const CRegistration& reg : table.m_registrations)
+            if (IsEqualCLSID(reg.m_clsid, clsid) && (reg.m_dwContext & CLSCTX_LOCAL_SERVER))
+                fLastLocal = false;
     }
     if (!pUnk)
         return CO_E_OBJNOTREG;
+    if (fLastLocal)
+        pal::detail::rpc::UnpublishClass(clsid);
     // Outside the lock: the last release may run a destructor that calls back into COM.
     pUnk->Release();
     return S_OK;
@@ -292,4 +317,9 @@ ULONG WINAPI CoReleaseServerProcess()
     if (table.m_ulServerRefs > 0 && --table.m_ulServerRefs == 0)
         table.m_fSuspended = true;
     return table.m_ulServerRefs;
+}
+
+HRESULT pal::detail::FindLocalServerClassObject(REFCLSID rclsid, IUnknown** ppUnk)
+{
+    return FindClassObject(rclsid, CLSCTX_LOCAL_SERVER, ppUnk);
 }

@@ -1,0 +1,236 @@
+// The client side: proxies' calls, connections to the machine's server processes, and the
+// activation of a class that another process serves.
+#include "pal/src/com/rpc/remote.h"
+
+#include "pal/palcontrol.h"
+#include "pal/src/base/accounts.h"
+#include "pal/src/com/rpc/activation.h"
+#include "pal/src/com/rpc/loop.h"
+#include "pal/src/com/rpc/marshal.h"
+
+#include <capnp/rpc-twoparty.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <unistd.h>
+
+namespace pal::detail::rpc {
+
+std::string ComFolder()
+{
+    return pal::MachineRoot() + "/com";
+}
+
+std::string EndpointPath(long pid)
+{
+    return ComFolder() + "/" + std::to_string(pid) + ".sock";
+}
+
+std::string ClassFileName(REFCLSID rclsid, long pid)
+{
+    WCHAR sz[40] = {};
+    StringFromGUID2(rclsid, sz, 40);
+    std::string name;
+    for (const WCHAR* p = sz; *p; ++p)
+        name.push_back(static_cast<char>(*p));
+    return name + "." + std::to_string(pid);
+}
+
+void AddRefRemote(CRemote* pRemote)
+{
+    InterlockedIncrement(&pRemote->m_lRefs);
+}
+
+void ReleaseRemote(CRemote* pRemote)
+{
+    if (InterlockedDecrement(&pRemote->m_lRefs) != 0)
+        return;
+    if (OnLoopThread())
+        delete pRemote;
+    else
+        RunOnLoop([pRemote] { delete pRemote; });
+}
+
+HRESULT RemoteCall(CRemote* pRemote, REFIID riid, uint16_t method, const CWriter& request,
+                   CReader* pReply)
+{
+    HRESULT hrCall = S_OK;
+    std::vector<uint8_t> reply;
+    std::vector<std::pair<IID, CRemote*>> objects;
+    HRESULT hr = RunOnLoop([&] {
+        auto req = pRemote->m_client.callRequest();
+        req.setIid(GuidBytes(riid));
+        req.setMethod(method);
+        req.setRequest(kj::arrayPtr(request.Bytes().data(), request.Bytes().size()));
+        return req.send().then([&](capnp::Response<ComObject::CallResults>&& response) {
+            hrCall = response.getHr();
+            auto bytes = response.getReply();
+            reply.assign(bytes.begin(), bytes.end());
+            for (auto item : response.getObjects()) {
+                IID iid = IID_IUnknown;
+                GuidFromBytes(item.getIid(), &iid);
+                objects.emplace_back(iid,
+                                     item.hasObject() ? new CRemote(item.getObject()) : nullptr);
+            }
+        });
+    });
+    pReply->Assign(std::move(reply), std::move(objects));
+    return FAILED(hr) ? hr : hrCall;
+}
+
+HRESULT RemoteQueryInterface(CRemote* pRemote, REFIID riid, void** ppv)
+{
+    *ppv = nullptr;
+    const InterfaceMarshaler* pMarshaler = FindInterfaceMarshaler(riid);
+    if (!pMarshaler)
+        return E_NOINTERFACE;
+    HRESULT hrQuery = S_OK;
+    CRemote* pNew = nullptr;
+    HRESULT hr = RunOnLoop([&] {
+        auto req = pRemote->m_client.queryInterfaceRequest();
+        req.setIid(GuidBytes(riid));
+        return req.send().then([&](capnp::Response<ComObject::QueryInterfaceResults>&& response) {
+            hrQuery = response.getHr();
+            if (SUCCEEDED(hrQuery))
+                pNew = new CRemote(response.getObject());
+        });
+    });
+    if (FAILED(hr))
+        return hr;
+    if (FAILED(hrQuery))
+        return hrQuery;
+    hr = pMarshaler->pfnCreateProxy(pNew, ppv);
+    ReleaseRemote(pNew);
+    return hr;
+}
+
+namespace {
+
+// A connection to one server process, kept while it lasts so that its capabilities work.
+struct CConnection
+{
+    kj::Own<kj::AsyncIoStream> m_pStream;
+    kj::Own<capnp::TwoPartyClient> m_pClient;
+    kj::Maybe<ComSession::Client> m_session;
+    bool m_fClosed = false;
+};
+
+// On the RPC thread only. Closed connections are kept: their capabilities still answer.
+std::map<std::string, std::shared_ptr<CConnection>>& Connections()
+{
+    static auto* pMap = new std::map<std::string, std::shared_ptr<CConnection>>();
+    return *pMap;
+}
+
+std::string CallerAccount()
+{
+    std::string account;
+    for (const char16_t* p = ProcessAccount().pszName; *p; ++p)
+        account.push_back(static_cast<char>(*p));
+    return account;
+}
+
+// The session with the server behind path, connecting first when there is none (on the RPC
+// thread).
+kj::Promise<ComSession::Client> Session(const std::string& path)
+{
+    auto& connections = Connections();
+    auto it = connections.find(path);
+    if (it != connections.end() && !it->second->m_fClosed)
+        return KJ_ASSERT_NONNULL(it->second->m_session);
+    return LoopIo()
+        .getNetwork()
+        .parseAddress("unix:" + path)
+        .then([path](kj::Own<kj::NetworkAddress>&& pAddress) {
+            return pAddress->connect().attach(kj::mv(pAddress));
+        })
+        .then([path](kj::Own<kj::AsyncIoStream>&& pStream) {
+            auto pConnection = std::make_shared<CConnection>();
+            pConnection->m_pStream = kj::mv(pStream);
+            pConnection->m_pClient = kj::heap<capnp::TwoPartyClient>(*pConnection->m_pStream);
+            auto logon = pConnection->m_pClient->bootstrap().castAs<ComEndpoint>().logonRequest();
+            logon.setAccount(CallerAccount());
+            ComSession::Client session = logon.send().getSession();
+            pConnection->m_session = session;
+            std::weak_ptr<CConnection> weak = pConnection;
+            pConnection->m_pClient->onDisconnect()
+                .then([weak] {
+                    if (auto p = weak.lock())
+                        p->m_fClosed = true;
+                })
+                .detach([](kj::Exception&&) {});
+            Connections()[path] = pConnection;
+            return session;
+        });
+}
+
+// The published servers of a class, other than this process, in the order of their names.
+std::vector<std::pair<std::filesystem::path, long>> Publishers(REFCLSID rclsid)
+{
+    std::vector<std::pair<std::filesystem::path, long>> publishers;
+    std::string prefix = ClassFileName(rclsid, 0);
+    prefix.pop_back(); // "{CLSID}."
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator(ComFolder(), ec)) {
+        std::string name = entry.path().filename().string();
+        if (name.compare(0, prefix.size(), prefix) != 0)
+            continue;
+        long pid = std::strtol(name.c_str() + prefix.size(), nullptr, 10);
+        if (pid > 0 && pid != static_cast<long>(getpid()))
+            publishers.emplace_back(entry.path(), pid);
+    }
+    std::sort(publishers.begin(), publishers.end());
+    return publishers;
+}
+
+} // namespace
+
+HRESULT GetRemoteClassObject(REFCLSID rclsid, REFIID riid, void** ppv)
+{
+    *ppv = nullptr;
+    const InterfaceMarshaler* pMarshaler = FindInterfaceMarshaler(riid);
+    HRESULT hrResult = REGDB_E_CLASSNOTREG;
+    for (const auto& [file, pid] : Publishers(rclsid)) {
+        std::string path = EndpointPath(pid);
+        HRESULT hrClass = S_OK;
+        bool fConnected = false;
+        CRemote* pRemote = nullptr;
+        HRESULT hr = RunOnLoop([&] {
+            return Session(path).then([&](ComSession::Client&& session) {
+                fConnected = true;
+                auto req = session.getClassObjectRequest();
+                req.setClsid(GuidBytes(rclsid));
+                req.setIid(GuidBytes(riid));
+                return req.send().then(
+                    [&](capnp::Response<ComSession::GetClassObjectResults>&& response) {
+                        hrClass = response.getHr();
+                        if (SUCCEEDED(hrClass))
+                            pRemote = new CRemote(response.getObject());
+                    });
+            });
+        });
+        if (!fConnected) {
+            // Nobody listens: the publisher died without revoking.
+            std::error_code ec;
+            std::filesystem::remove(file, ec);
+            continue;
+        }
+        if (FAILED(hr))
+            continue;
+        if (hrClass == REGDB_E_CLASSNOTREG || hrClass == CO_E_SERVER_STOPPING) {
+            if (hrResult == REGDB_E_CLASSNOTREG)
+                hrResult = hrClass;
+            continue;
+        }
+        if (FAILED(hrClass))
+            return hrClass;
+        hr = pMarshaler ? pMarshaler->pfnCreateProxy(pRemote, ppv) : E_NOINTERFACE;
+        ReleaseRemote(pRemote);
+        return hr;
+    }
+    return hrResult;
+}
+
+} // namespace pal::detail::rpc
