@@ -136,17 +136,20 @@ std::string CallerAccount()
 // thread).
 kj::Promise<ComSession::Client> Session(const std::string& path)
 {
+    // A connection carries the account it logged on with: a process that changes its account
+    // connects again.
+    std::string key = path + "|" + CallerAccount();
     auto& connections = Connections();
-    auto it = connections.find(path);
+    auto it = connections.find(key);
     if (it != connections.end() && !it->second->m_fClosed)
         return KJ_ASSERT_NONNULL(it->second->m_session);
     return LoopIo()
         .getNetwork()
         .parseAddress("unix:" + path)
-        .then([path](kj::Own<kj::NetworkAddress>&& pAddress) {
+        .then([](kj::Own<kj::NetworkAddress>&& pAddress) {
             return pAddress->connect().attach(kj::mv(pAddress));
         })
-        .then([path](kj::Own<kj::AsyncIoStream>&& pStream) {
+        .then([key](kj::Own<kj::AsyncIoStream>&& pStream) {
             auto pConnection = std::make_shared<CConnection>();
             pConnection->m_pStream = kj::mv(pStream);
             pConnection->m_pClient = kj::heap<capnp::TwoPartyClient>(*pConnection->m_pStream);
@@ -161,7 +164,7 @@ kj::Promise<ComSession::Client> Session(const std::string& path)
                         p->m_fClosed = true;
                 })
                 .detach([](kj::Exception&&) {});
-            Connections()[path] = pConnection;
+            Connections()[key] = pConnection;
             return session;
         });
 }

@@ -1,0 +1,175 @@
+// COM across the machine's processes: a class registered by a running test server
+// (program/comserver.cpp) activated and called from this process, its references run down when a
+// client is killed, its COM security refusing an account, and its death seen by a proxy.
+#include "pal/palcontrol.h"
+#include "tests/pal/com/program/echo.h"
+#include "tests/support/paltest.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdio>
+#include <spawn.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace {
+
+using orvtest::com::CLSID_TestEcho;
+using orvtest::com::IID_ITestEcho;
+
+// A child running the test server program, with its standard input and output piped to us.
+class CChild
+{
+public:
+    CChild(std::initializer_list<const char*> args)
+    {
+        int aIn[2], aOut[2];
+        if (pipe(aIn) != 0 || pipe(aOut) != 0)
+            return;
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, aIn[0], 0);
+        posix_spawn_file_actions_adddup2(&actions, aOut[1], 1);
+        posix_spawn_file_actions_addclose(&actions, aIn[1]);
+        posix_spawn_file_actions_addclose(&actions, aOut[0]);
+        std::vector<char*> argv{const_cast<char*>(ORV_COMSERVER_EXE)};
+        for (const char* arg : args)
+            argv.push_back(const_cast<char*>(arg));
+        argv.push_back(nullptr);
+        posix_spawn(&m_pid, ORV_COMSERVER_EXE, &actions, nullptr, argv.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        close(aIn[0]);
+        close(aOut[1]);
+        m_fdIn = aIn[1];
+        m_pOut = fdopen(aOut[0], "r");
+    }
+    ~CChild()
+    {
+        Kill();
+        if (m_pOut)
+            fclose(m_pOut);
+    }
+    // The first line the child says ("ready", "held"), or its end.
+    std::string Line()
+    {
+        char sz[64] = {};
+        return m_pOut && fgets(sz, sizeof(sz), m_pOut) ? std::string(sz) : std::string("<end>");
+    }
+    void Kill()
+    {
+        if (m_fdIn >= 0)
+            close(m_fdIn);
+        m_fdIn = -1;
+        if (m_pid > 0) {
+            kill(m_pid, SIGKILL);
+            waitpid(m_pid, nullptr, 0);
+        }
+        m_pid = 0;
+    }
+
+private:
+    pid_t m_pid = 0;
+    int m_fdIn = -1;
+    FILE* m_pOut = nullptr;
+};
+
+class OutOfProcessTest : public orvtest::PalTest
+{
+protected:
+    void SetUp() override
+    {
+        orvtest::PalTest::SetUp();
+        ASSERT_HR(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+    }
+    void TearDown() override
+    {
+        CoUninitialize();
+        orvtest::PalTest::TearDown();
+    }
+};
+
+TEST_F(OutOfProcessTest, ActivatesAndCallsTheClassAnotherProcessServes)
+{
+    ITestEcho* pEcho = nullptr;
+    EXPECT_HR(REGDB_E_CLASSNOTREG,
+              CoCreateInstance(CLSID_TestEcho, nullptr, CLSCTX_LOCAL_SERVER, IID_ITestEcho,
+                               reinterpret_cast<void**>(&pEcho)));
+    CChild server({"serve"});
+    ASSERT_EQ("ready\n", server.Line());
+    ASSERT_HR(S_OK, CoCreateInstance(CLSID_TestEcho, nullptr, CLSCTX_LOCAL_SERVER, IID_ITestEcho,
+                                     reinterpret_cast<void**>(&pEcho)));
+    struct
+    {
+        const WCHAR* pszText;
+        HRESULT hr;
+        std::u16string echo;
+    } const kRows[] = {{W("hello"), S_OK, u"hello"}, {W(""), S_OK, u""}, {nullptr, E_POINTER, u""}};
+    for (const auto& row : kRows) {
+        LPWSTR pszEcho = nullptr;
+        EXPECT_HR(row.hr, pEcho->Echo(row.pszText, &pszEcho));
+        EXPECT_EQ(row.echo, pszEcho ? std::u16string(reinterpret_cast<char16_t*>(pszEcho)) : u"");
+        CoTaskMemFree(pszEcho);
+    }
+    IClassFactory* pFactory = nullptr;
+    ASSERT_HR(S_OK, CoGetClassObject(CLSID_TestEcho, CLSCTX_LOCAL_SERVER, nullptr,
+                                     IID_IClassFactory, reinterpret_cast<void**>(&pFactory)));
+    IUnknown* pOuter = pEcho;
+    IUnknown* pObject = nullptr;
+    EXPECT_HR(CLASS_E_NOAGGREGATION,
+              pFactory->CreateInstance(pOuter, IID_ITestEcho, reinterpret_cast<void**>(&pObject)));
+    EXPECT_HR(E_NOINTERFACE, pFactory->CreateInstance(nullptr, IID_IClassFactory,
+                                                      reinterpret_cast<void**>(&pObject)));
+    pFactory->Release();
+
+    // The server dies: the proxy answers as a disconnected one, and nobody serves the class.
+    server.Kill();
+    LPWSTR pszEcho = nullptr;
+    EXPECT_HR(RPC_E_DISCONNECTED, pEcho->Echo(W("late"), &pszEcho));
+    pEcho->Release();
+    EXPECT_HR(REGDB_E_CLASSNOTREG,
+              CoCreateInstance(CLSID_TestEcho, nullptr, CLSCTX_LOCAL_SERVER, IID_ITestEcho,
+                               reinterpret_cast<void**>(&pEcho)));
+}
+
+TEST_F(OutOfProcessTest, RunsDownTheReferencesOfAKilledClient)
+{
+    CChild server({"serve"});
+    ASSERT_EQ("ready\n", server.Line());
+    ITestEcho* pEcho = nullptr;
+    ASSERT_HR(S_OK, CoCreateInstance(CLSID_TestEcho, nullptr, CLSCTX_LOCAL_SERVER, IID_ITestEcho,
+                                     reinterpret_cast<void**>(&pEcho)));
+    CChild client({"hold", "3"});
+    ASSERT_EQ("held\n", client.Line());
+    LONG lObjects = 0;
+    EXPECT_HR(S_OK, pEcho->WaitForObjects(4, &lObjects));
+    EXPECT_EQ(4, lObjects);
+    client.Kill();
+    EXPECT_HR(S_OK, pEcho->WaitForObjects(1, &lObjects));
+    EXPECT_EQ(1, lObjects);
+    pEcho->Release();
+}
+
+TEST_F(OutOfProcessTest, RefusesTheAccountsTheServersSecurityDoesNotAdmit)
+{
+    CChild server({"serve", "admins"});
+    ASSERT_EQ("ready\n", server.Line());
+    struct
+    {
+        const char16_t* pszAccount;
+        HRESULT hr;
+    } const kRows[] = {{u"User", E_ACCESSDENIED}, {u"Administrator", S_OK}};
+    for (const auto& row : kRows) {
+        ASSERT_TRUE(pal::SetProcessAccount(row.pszAccount));
+        ITestEcho* pEcho = nullptr;
+        EXPECT_HR(row.hr, CoCreateInstance(CLSID_TestEcho, nullptr, CLSCTX_LOCAL_SERVER,
+                                           IID_ITestEcho, reinterpret_cast<void**>(&pEcho)));
+        if (pEcho)
+            pEcho->Release();
+    }
+}
+
+} // namespace
