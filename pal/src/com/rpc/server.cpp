@@ -1,6 +1,7 @@
 // The server side: the process's endpoint, its sessions and the stubs of its objects. Calls
 // arrive on the RPC thread and run on the workers; every answer goes back through a
 // cross-thread fulfiller.
+#include "pal/palcontrol.h"
 #include "pal/src/base/accounts.h"
 #include "pal/src/com/rpc/activation.h"
 #include "pal/src/com/rpc/loop.h"
@@ -225,12 +226,14 @@ struct CEndpoint
 };
 
 std::mutex g_endpointLock;
-bool g_fEndpointStarted = false;
+// The machine root the endpoint listens under: a process whose root changes (tests) listens
+// again under the new one; the older listener stays.
+std::string g_endpointRoot;
 
 HRESULT StartEndpoint()
 {
     std::lock_guard lock(g_endpointLock);
-    if (g_fEndpointStarted)
+    if (g_endpointRoot == pal::MachineRoot())
         return S_OK;
     std::error_code ec;
     std::filesystem::create_directories(ComFolder(), ec);
@@ -252,7 +255,7 @@ HRESULT StartEndpoint()
     });
     if (FAILED(hr))
         return HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE);
-    g_fEndpointStarted = true;
+    g_endpointRoot = pal::MachineRoot();
     return S_OK;
 }
 
