@@ -57,13 +57,16 @@ HRESULT CheckCaller(const std::string& account)
 template <class Job>
 kj::Promise<COutcome> OnWorker(Job job)
 {
-    auto paf = kj::newPromiseAndCrossThreadFulfiller<COutcome>();
+    // The fulfiller stays on the RPC thread: the worker posts the outcome back to it.
+    auto paf = kj::newPromiseAndFulfiller<COutcome>();
     auto pFulfiller =
-        std::make_shared<kj::Own<kj::CrossThreadPromiseFulfiller<COutcome>>>(kj::mv(paf.fulfiller));
+        std::make_shared<kj::Own<kj::PromiseFulfiller<COutcome>>>(kj::mv(paf.fulfiller));
     PostToWorkers([pFulfiller, job = std::move(job)]() mutable {
-        COutcome outcome;
-        job(outcome);
-        (*pFulfiller)->fulfill(kj::mv(outcome));
+        auto pOutcome = std::make_shared<COutcome>();
+        job(*pOutcome);
+        PostToLoop([pFulfiller = std::move(pFulfiller), pOutcome] {
+            (*pFulfiller)->fulfill(kj::mv(*pOutcome));
+        });
     });
     return kj::mv(paf.promise);
 }
