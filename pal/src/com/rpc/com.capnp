@@ -4,7 +4,9 @@
 
 # What a server process's socket offers first: a session for a caller's account.
 interface ComEndpoint {
-  logon @0 (account :Text) -> (session :ComSession);
+  # The answer names the server's own account, which the caller checks the server's calls
+  # back against.
+  logon @0 (account :Text) -> (session :ComSession, account :Text);
 }
 
 # The classes the server process published, reached under the session's account.
@@ -15,10 +17,11 @@ interface ComSession {
 # One interface of one COM object; dropping the capability releases the server's reference.
 interface ComObject {
   queryInterface @0 (iid :Data) -> (hr :Int32, object :ComObject);
-  call @1 (iid :Data, method :UInt16, request :Data) -> (hr :Int32, reply :Data, objects :List(Interface));
+  call @1 (iid :Data, method :UInt16, request :Data, objects :List(Interface))
+      -> (hr :Int32, reply :Data, objects :List(Interface));
 }
 
-# An interface pointer that a reply carries.
+# An interface pointer that a request or a reply carries (no object: a null pointer).
 struct Interface {
   iid @0 :Data;
   object @1 :ComObject;

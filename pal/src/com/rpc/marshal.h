@@ -76,7 +76,8 @@ void ReleaseRemote(CRemote* pRemote);
 
 // Calls one method of a remote interface: the method's HRESULT, or RPC_E_DISCONNECTED when its
 // server is gone. pReply gets the reply only when the call reached the object.
-HRESULT RemoteCall(CRemote* pRemote, REFIID riid, uint16_t method, const CWriter& request,
+// The request's objects go with it (their references too).
+HRESULT RemoteCall(CRemote* pRemote, REFIID riid, uint16_t method, CWriter& request,
                    CReader* pReply);
 // Asks the remote object for another interface: its proxy, with a capability of its own.
 HRESULT RemoteQueryInterface(CRemote* pRemote, REFIID riid, void** ppv);

@@ -53,29 +53,32 @@ void ReleaseRemote(CRemote* pRemote)
         RunOnLoop([pRemote] { delete pRemote; });
 }
 
-HRESULT RemoteCall(CRemote* pRemote, REFIID riid, uint16_t method, const CWriter& request,
+HRESULT RemoteCall(CRemote* pRemote, REFIID riid, uint16_t method, CWriter& request,
                    CReader* pReply)
 {
     HRESULT hrCall = S_OK;
     std::vector<uint8_t> reply;
     std::vector<std::pair<IID, CRemote*>> objects;
+    auto sent = request.TakeObjects();
     HRESULT hr = RunOnLoop([&] {
         auto req = pRemote->m_client.callRequest();
         req.setIid(GuidBytes(riid));
         req.setMethod(method);
         req.setRequest(kj::arrayPtr(request.Bytes().data(), request.Bytes().size()));
+        auto list = req.initObjects(sent.size());
+        SendObjects(std::move(sent), list, pRemote->m_peerAccount);
+        sent.clear();
         return req.send().then([&](capnp::Response<ComObject::CallResults>&& response) {
             hrCall = response.getHr();
             auto bytes = response.getReply();
             reply.assign(bytes.begin(), bytes.end());
-            for (auto item : response.getObjects()) {
-                IID iid = IID_IUnknown;
-                GuidFromBytes(item.getIid(), &iid);
-                objects.emplace_back(iid,
-                                     item.hasObject() ? new CRemote(item.getObject()) : nullptr);
-            }
+            objects = ReceivedObjects(response.getObjects(), pRemote->m_peerAccount);
         });
     });
+    // Objects the loop never took (it failed first) keep their references here.
+    for (auto& object : sent)
+        if (object.second)
+            object.second->Release();
     pReply->Assign(std::move(reply), std::move(objects));
     return FAILED(hr) ? hr : hrCall;
 }
@@ -94,7 +97,7 @@ HRESULT RemoteQueryInterface(CRemote* pRemote, REFIID riid, void** ppv)
         return req.send().then([&](capnp::Response<ComObject::QueryInterfaceResults>&& response) {
             hrQuery = response.getHr();
             if (SUCCEEDED(hrQuery))
-                pNew = new CRemote(response.getObject());
+                pNew = new CRemote(response.getObject(), pRemote->m_peerAccount);
         });
     });
     if (FAILED(hr))
@@ -114,6 +117,7 @@ struct CConnection
     kj::Own<kj::AsyncIoStream> m_pStream;
     kj::Own<capnp::TwoPartyClient> m_pClient;
     kj::Maybe<ComSession::Client> m_session;
+    std::string m_serverAccount;
     bool m_fClosed = false;
 };
 
@@ -124,7 +128,9 @@ std::map<std::string, std::shared_ptr<CConnection>>& Connections()
     return *pMap;
 }
 
-std::string CallerAccount()
+} // namespace
+
+std::string ProcessAccountName()
 {
     std::string account;
     for (const char16_t* p = ProcessAccount().pszName; *p; ++p)
@@ -132,17 +138,19 @@ std::string CallerAccount()
     return account;
 }
 
-// The session with the server behind path, connecting first when there is none (on the RPC
-// thread).
-kj::Promise<ComSession::Client> Session(const std::string& path)
+namespace {
+
+// The connection to the server behind path, logged on, connecting first when there is none (on
+// the RPC thread).
+kj::Promise<std::shared_ptr<CConnection>> Connect(const std::string& path)
 {
     // A connection carries the account it logged on with: a process that changes its account
     // connects again.
-    std::string key = path + "|" + CallerAccount();
+    std::string key = path + "|" + ProcessAccountName();
     auto& connections = Connections();
     auto it = connections.find(key);
     if (it != connections.end() && !it->second->m_fClosed)
-        return KJ_ASSERT_NONNULL(it->second->m_session);
+        return it->second;
     return LoopIo()
         .getNetwork()
         .parseAddress("unix:" + path)
@@ -154,9 +162,7 @@ kj::Promise<ComSession::Client> Session(const std::string& path)
             pConnection->m_pStream = kj::mv(pStream);
             pConnection->m_pClient = kj::heap<capnp::TwoPartyClient>(*pConnection->m_pStream);
             auto logon = pConnection->m_pClient->bootstrap().castAs<ComEndpoint>().logonRequest();
-            logon.setAccount(CallerAccount());
-            ComSession::Client session = logon.send().getSession();
-            pConnection->m_session = session;
+            logon.setAccount(ProcessAccountName());
             std::weak_ptr<CConnection> weak = pConnection;
             pConnection->m_pClient->onDisconnect()
                 .then([weak] {
@@ -164,8 +170,13 @@ kj::Promise<ComSession::Client> Session(const std::string& path)
                         p->m_fClosed = true;
                 })
                 .detach([](kj::Exception&&) {});
-            Connections()[key] = pConnection;
-            return session;
+            return logon.send().then(
+                [key, pConnection](capnp::Response<ComEndpoint::LogonResults>&& response) {
+                    pConnection->m_session = response.getSession();
+                    pConnection->m_serverAccount = response.getAccount();
+                    Connections()[key] = pConnection;
+                    return pConnection;
+                });
         });
 }
 
@@ -201,16 +212,17 @@ HRESULT GetRemoteClassObject(REFCLSID rclsid, REFIID riid, void** ppv)
         bool fConnected = false;
         CRemote* pRemote = nullptr;
         HRESULT hr = RunOnLoop([&] {
-            return Session(path).then([&](ComSession::Client&& session) {
+            return Connect(path).then([&](std::shared_ptr<CConnection>&& pConnection) {
                 fConnected = true;
-                auto req = session.getClassObjectRequest();
+                std::string account = pConnection->m_serverAccount;
+                auto req = KJ_ASSERT_NONNULL(pConnection->m_session).getClassObjectRequest();
                 req.setClsid(GuidBytes(rclsid));
                 req.setIid(GuidBytes(riid));
                 return req.send().then(
-                    [&](capnp::Response<ComSession::GetClassObjectResults>&& response) {
+                    [&, account](capnp::Response<ComSession::GetClassObjectResults>&& response) {
                         hrClass = response.getHr();
                         if (SUCCEEDED(hrClass))
-                            pRemote = new CRemote(response.getObject());
+                            pRemote = new CRemote(response.getObject(), account);
                     });
             });
         });

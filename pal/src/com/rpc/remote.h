@@ -3,9 +3,11 @@
 
 #include "pal/src/com/rpc/com.capnp.h" // generated
 
-#include "pal/guiddef.h"
+#include "pal/objbase.h"
 
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace pal::detail::rpc {
 
@@ -13,10 +15,26 @@ namespace pal::detail::rpc {
 class CRemote
 {
 public:
-    explicit CRemote(ComObject::Client client) : m_client(kj::mv(client)) {}
+    CRemote(ComObject::Client client, std::string peerAccount)
+        : m_client(kj::mv(client)), m_peerAccount(std::move(peerAccount))
+    {}
     ComObject::Client m_client;
+    // The account of the process at the other end: objects this side passes to it serve that
+    // account's calls.
+    std::string m_peerAccount;
     LONG m_lRefs = 1;
 };
+
+// Serves pItf (taking its reference) to the other end of a connection, whose calls come under
+// account; on the RPC thread.
+ComObject::Client ServeObject(IUnknown* pItf, REFIID riid, const std::string& account);
+
+// The objects of a request or reply as they arrived, each with a reference; on the RPC thread.
+std::vector<std::pair<IID, CRemote*>> ReceivedObjects(capnp::List<Interface>::Reader list,
+                                                      const std::string& peerAccount);
+// Puts the objects into a request or reply, handing their references to the capabilities.
+void SendObjects(std::vector<std::pair<IID, IUnknown*>> objects,
+                 capnp::List<Interface>::Builder list, const std::string& peerAccount);
 
 inline kj::ArrayPtr<const kj::byte> GuidBytes(const GUID& guid)
 {
@@ -30,6 +48,9 @@ inline bool GuidFromBytes(capnp::Data::Reader data, GUID* pguid)
     memcpy(pguid, data.begin(), sizeof(GUID));
     return true;
 }
+
+// The account this process runs under, as a logon names it.
+std::string ProcessAccountName();
 
 // The folder of the machine's COM endpoints and published classes, and a server's socket.
 std::string ComFolder();

@@ -85,11 +85,6 @@ public:
         PostToWorkers([pItf] { pItf->Release(); });
     }
 
-    static ComObject::Client Wrap(IUnknown* pItf, REFIID riid, const std::string& account)
-    {
-        return kj::heap<CObjectServer>(pItf, riid, account);
-    }
-
 protected:
     kj::Promise<void> queryInterface(QueryInterfaceContext context) override
     {
@@ -116,7 +111,7 @@ protected:
                 if (!outcome.m_objects.empty()) {
                     auto object = outcome.m_objects[0];
                     outcome.m_objects.clear();
-                    results.setObject(Wrap(object.second, object.first, account));
+                    results.setObject(ServeObject(object.second, object.first, account));
                 }
             });
     }
@@ -129,18 +124,19 @@ protected:
         uint16_t method = params.getMethod();
         auto bytes = params.getRequest();
         std::vector<uint8_t> request(bytes.begin(), bytes.end());
+        auto objects = ReceivedObjects(params.getObjects(), m_account);
         IUnknown* pItf = m_pItf;
         pItf->AddRef();
         IID iidOwn = m_iid;
         std::string account = m_account;
         return OnWorker([pItf, iid, iidOwn, method, request = std::move(request),
-                         account](COutcome& outcome) mutable {
+                         objects = std::move(objects), account](COutcome& outcome) mutable {
                    const InterfaceMarshaler* pMarshaler = FindInterfaceMarshaler(iid);
                    outcome.m_hr = CheckCaller(account);
                    if (SUCCEEDED(outcome.m_hr) && (!pMarshaler || !IsEqualIID(iid, iidOwn)))
                        outcome.m_hr = E_NOINTERFACE;
                    if (SUCCEEDED(outcome.m_hr)) {
-                       CReader in(std::move(request), {});
+                       CReader in(std::move(request), std::move(objects));
                        CWriter out;
                        outcome.m_hr = pMarshaler->pfnInvoke(pItf, method, in, out);
                        outcome.m_reply = out.Bytes();
@@ -153,12 +149,7 @@ protected:
                 results.setHr(outcome.m_hr);
                 results.setReply(kj::arrayPtr(outcome.m_reply.data(), outcome.m_reply.size()));
                 auto objects = results.initObjects(outcome.m_objects.size());
-                for (size_t i = 0; i < outcome.m_objects.size(); ++i) {
-                    auto [iid, pObject] = outcome.m_objects[i];
-                    objects[i].setIid(GuidBytes(iid));
-                    if (pObject)
-                        objects[i].setObject(Wrap(pObject, iid, account));
-                }
+                SendObjects(std::move(outcome.m_objects), objects, account);
                 outcome.m_objects.clear();
             });
     }
@@ -168,6 +159,39 @@ private:
     IID m_iid;
     std::string m_account;
 };
+
+} // namespace
+
+ComObject::Client ServeObject(IUnknown* pItf, REFIID riid, const std::string& account)
+{
+    return kj::heap<CObjectServer>(pItf, riid, account);
+}
+
+std::vector<std::pair<IID, CRemote*>> ReceivedObjects(capnp::List<Interface>::Reader list,
+                                                      const std::string& peerAccount)
+{
+    std::vector<std::pair<IID, CRemote*>> objects;
+    for (auto item : list) {
+        IID iid = IID_IUnknown;
+        GuidFromBytes(item.getIid(), &iid);
+        objects.emplace_back(iid, item.hasObject() ? new CRemote(item.getObject(), peerAccount)
+                                                   : nullptr);
+    }
+    return objects;
+}
+
+void SendObjects(std::vector<std::pair<IID, IUnknown*>> objects,
+                 capnp::List<Interface>::Builder list, const std::string& peerAccount)
+{
+    for (size_t i = 0; i < objects.size(); ++i) {
+        auto [iid, pObject] = objects[i];
+        list[i].setIid(GuidBytes(iid));
+        if (pObject)
+            list[i].setObject(ServeObject(pObject, iid, peerAccount));
+    }
+}
+
+namespace {
 
 class CSessionServer final : public ComSession::Server
 {
@@ -201,7 +225,7 @@ protected:
                 if (!outcome.m_objects.empty()) {
                     auto object = outcome.m_objects[0];
                     outcome.m_objects.clear();
-                    results.setObject(CObjectServer::Wrap(object.second, object.first, account));
+                    results.setObject(ServeObject(object.second, object.first, account));
                 }
             });
     }
@@ -217,6 +241,7 @@ protected:
     {
         std::string account = context.getParams().getAccount();
         context.getResults().setSession(kj::heap<CSessionServer>(account));
+        context.getResults().setAccount(ProcessAccountName());
         return kj::READY_NOW;
     }
 };
@@ -227,6 +252,14 @@ struct CEndpoint
     kj::Own<capnp::TwoPartyServer> m_pServer;
     kj::Own<kj::ConnectionReceiver> m_pListener;
 };
+
+// Every endpoint the process opened, reachable for the leak checker; never destroyed, since
+// capabilities may be dropped until the process exits.
+std::vector<CEndpoint*>& Endpoints() // RPC thread only
+{
+    static auto* pEndpoints = new std::vector<CEndpoint*>();
+    return *pEndpoints;
+}
 
 std::mutex g_endpointLock;
 // The machine root the endpoint listens under: a process whose root changes (tests) listens
@@ -249,7 +282,8 @@ HRESULT StartEndpoint()
             .getNetwork()
             .parseAddress("unix:" + path)
             .then([](kj::Own<kj::NetworkAddress>&& pAddress) {
-                auto* pEndpoint = new CEndpoint(); // lives as long as the process
+                auto* pEndpoint = new CEndpoint();
+                Endpoints().push_back(pEndpoint);
                 pEndpoint->m_pListener = pAddress->listen();
                 pEndpoint->m_pServer = kj::heap<capnp::TwoPartyServer>(kj::heap<CEndpointServer>());
                 pEndpoint->m_pServer->listen(*pEndpoint->m_pListener).detach([](kj::Exception&&) {
