@@ -131,6 +131,13 @@ DWORD SpawnService(const SpawnRequest& request, pid_t* pPid)
     return ERROR_SUCCESS;
 }
 
+bool ChildRunning(pid_t pid)
+{
+    Children& children = TheChildren();
+    std::lock_guard lock(children.lock);
+    return children.running.count(pid) != 0;
+}
+
 void KillService(pid_t pid)
 {
     Children& children = TheChildren();

@@ -26,5 +26,7 @@ DWORD SpawnService(const SpawnRequest& request, pid_t* pPid);
 // Kills a process started here, unless it has already ended (so never another process that
 // came to have its id).
 void KillService(pid_t pid);
+// Whether a process started here is still running.
+bool ChildRunning(pid_t pid);
 
 } // namespace pal::detail::service

@@ -12,6 +12,7 @@
 #include "pal/src/service/liveness.h"
 #include "pal/src/service/runfiles.h"
 #include "pal/src/service/spawn.h"
+#include "pal/src/service/startup.h"
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -104,6 +105,35 @@ void RecordTimeout(LONGLONG llServiceId, pid_t pid)
 
 } // namespace
 
+DWORD pal::detail::service::StartServiceRecord(LONGLONG llServiceId,
+                                               const std::vector<std::u16string>& args)
+{
+    StartFds fds;
+    pid_t pid = -1;
+    DWORD dwError = RunCall(true, [&](SqlConnection& conn) -> DWORD {
+        ServiceRecord record;
+        if (!LoadService(conn, llServiceId, &record) || record.fRemoved)
+            return ERROR_SERVICE_MARKED_FOR_DELETE;
+        NoticeDeath(conn, &record);
+        if (DWORD dwCheck = CheckStartable(record))
+            return dwCheck;
+        return SpawnFor(conn, record, fds, &pid);
+    });
+    if (dwError != ERROR_SUCCESS) {
+        // A process spawned by a transaction that did not commit must not run on.
+        if (pid > 0)
+            KillService(pid);
+        return dwError;
+    }
+    close(fds.pair[1]);
+    fds.pair[1] = -1;
+    if (!SendArguments(fds.pair[0], args) || !WaitForStart(fds.pair[0], kConnectTimeoutMs)) {
+        RecordTimeout(llServiceId, pid);
+        return ERROR_SERVICE_REQUEST_TIMEOUT;
+    }
+    return ERROR_SUCCESS;
+}
+
 BOOL WINAPI StartServiceW(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCWSTR* lpServiceArgVectors)
 {
     ScHandle handle;
@@ -119,29 +149,6 @@ BOOL WINAPI StartServiceW(SC_HANDLE hService, DWORD dwNumServiceArgs, LPCWSTR* l
     } catch (const std::bad_alloc&) {
         return Finish(ERROR_NOT_ENOUGH_MEMORY);
     }
-
-    StartFds fds;
-    pid_t pid = -1;
-    DWORD dwError = RunCall(true, [&](SqlConnection& conn) -> DWORD {
-        ServiceRecord record;
-        if (!LoadService(conn, handle.llServiceId, &record) || record.fRemoved)
-            return ERROR_SERVICE_MARKED_FOR_DELETE;
-        NoticeDeath(conn, &record);
-        if (DWORD dwCheck = CheckStartable(record))
-            return dwCheck;
-        return SpawnFor(conn, record, fds, &pid);
-    });
-    if (dwError != ERROR_SUCCESS) {
-        // A process spawned by a transaction that did not commit must not run on.
-        if (pid > 0)
-            KillService(pid);
-        return Finish(dwError);
-    }
-    close(fds.pair[1]);
-    fds.pair[1] = -1;
-    if (!SendArguments(fds.pair[0], args) || !WaitForStart(fds.pair[0], kConnectTimeoutMs)) {
-        RecordTimeout(handle.llServiceId, pid);
-        return Finish(ERROR_SERVICE_REQUEST_TIMEOUT);
-    }
-    return TRUE;
+    DWORD dwError = StartServiceRecord(handle.llServiceId, args);
+    return dwError == ERROR_SUCCESS ? TRUE : Finish(dwError);
 }

@@ -3,17 +3,21 @@
 #include "pal/src/com/rpc/remote.h"
 
 #include "pal/palcontrol.h"
+#include "pal/sysinfoapi.h"
 #include "pal/src/base/accounts.h"
 #include "pal/src/com/rpc/activation.h"
+#include "pal/src/com/rpc/launch.h"
 #include "pal/src/com/rpc/loop.h"
 #include "pal/src/com/rpc/marshal.h"
 
 #include <capnp/rpc-twoparty.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <thread>
 #include <unistd.h>
 
 namespace pal::detail::rpc {
@@ -199,9 +203,9 @@ std::vector<std::pair<std::filesystem::path, long>> Publishers(REFCLSID rclsid)
     return publishers;
 }
 
-} // namespace
-
-HRESULT GetRemoteClassObject(REFCLSID rclsid, REFIID riid, void** ppv)
+// The class object from a process that published the class: REGDB_E_CLASSNOTREG when none
+// has, CO_E_SERVER_STOPPING when those that have are suspended or on their way out.
+HRESULT ConnectToPublished(REFCLSID rclsid, REFIID riid, void** ppv)
 {
     *ppv = nullptr;
     const InterfaceMarshaler* pMarshaler = FindInterfaceMarshaler(riid);
@@ -246,6 +250,43 @@ HRESULT GetRemoteClassObject(REFCLSID rclsid, REFIID riid, void** ppv)
         return hr;
     }
     return hrResult;
+}
+
+// How long COM waits for a server it started to register its class object.
+constexpr ULONGLONG kRegistrationTimeoutMs = 120000;
+// How often the activation looks again meanwhile (real time: the wait is short either way).
+constexpr auto kPollInterval = std::chrono::milliseconds(2);
+
+bool StillWaiting(HRESULT hr)
+{
+    return hr == REGDB_E_CLASSNOTREG || hr == CO_E_SERVER_STOPPING;
+}
+
+} // namespace
+
+HRESULT GetRemoteClassObject(REFCLSID rclsid, REFIID riid, void** ppv)
+{
+    HRESULT hr = ConnectToPublished(rclsid, riid, ppv);
+    if (!StillWaiting(hr))
+        return hr;
+    CServerLaunch launch;
+    if (FAILED(hr = launch.Start(rclsid)))
+        return hr;
+    const ULONGLONG ullDeadline = GetTickCount64() + kRegistrationTimeoutMs;
+    for (;;) {
+        hr = ConnectToPublished(rclsid, riid, ppv);
+        if (!StillWaiting(hr))
+            return hr;
+        if (launch.Ended()) {
+            if (!launch.MayStartAgain())
+                return CO_E_SERVER_EXEC_FAILURE;
+            if (FAILED(hr = launch.Start(rclsid)))
+                return hr;
+        }
+        if (GetTickCount64() >= ullDeadline)
+            return CO_E_SERVER_EXEC_FAILURE;
+        std::this_thread::sleep_for(kPollInterval);
+    }
 }
 
 } // namespace pal::detail::rpc

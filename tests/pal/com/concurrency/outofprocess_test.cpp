@@ -2,13 +2,17 @@
 // (program/comserver.cpp) activated and called from this process, its references run down when a
 // client is killed, its COM security refusing an account, and its death seen by a proxy.
 #include "pal/palcontrol.h"
+#include "pal/winreg.h"
 #include "tests/pal/com/program/echo.h"
 #include "tests/support/paltest.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
 #include <spawn.h>
 #include <string>
 #include <sys/wait.h>
@@ -133,6 +137,53 @@ TEST_F(OutOfProcessTest, ActivatesAndCallsTheClassAnotherProcessServes)
     EXPECT_HR(REGDB_E_CLASSNOTREG,
               CoCreateInstance(CLSID_TestEcho, nullptr, CLSCTX_LOCAL_SERVER, IID_ITestEcho,
                                reinterpret_cast<void**>(&pEcho)));
+}
+
+TEST_F(OutOfProcessTest, StartsTheLocalServerTheRegistryNames)
+{
+    struct
+    {
+        const char* pszCommand;
+        DWORD dwClockScale; // 10000: COM's two minutes for a server to register pass in 12 ms
+        HRESULT hr;
+    } const kRows[] = {
+        {ORV_COMSERVER_EXE " embedded", 1, S_OK},
+        {ORV_COMSERVER_EXE " exit", 1, CO_E_SERVER_EXEC_FAILURE},
+        {ORV_COMSERVER_EXE " silent", 10000, CO_E_SERVER_EXEC_FAILURE},
+        {"/nonexistent/server", 1, HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND)},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.pszCommand);
+        pal::SetClockScale(row.dwClockScale);
+        HKEY hKey = nullptr;
+        ASSERT_EQ(ERROR_SUCCESS,
+                  RegCreateKeyExW(HKEY_CLASSES_ROOT,
+                                  W("CLSID\\{6A2F7C1B-8E40-4F32-AB5C-1D2E3F405162}\\LocalServer32"),
+                                  0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &hKey, nullptr));
+        std::u16string command(row.pszCommand, row.pszCommand + strlen(row.pszCommand));
+        ASSERT_EQ(ERROR_SUCCESS,
+                  RegSetValueExW(hKey, nullptr, 0, REG_SZ,
+                                 reinterpret_cast<const BYTE*>(command.c_str()),
+                                 static_cast<DWORD>((command.size() + 1) * sizeof(char16_t))));
+        RegCloseKey(hKey);
+        ITestEcho* pEcho = nullptr;
+        EXPECT_HR(row.hr, CoCreateInstance(CLSID_TestEcho, nullptr, CLSCTX_LOCAL_SERVER,
+                                           IID_ITestEcho, reinterpret_cast<void**>(&pEcho)));
+        if (!pEcho)
+            continue;
+        LPWSTR pszEcho = nullptr;
+        EXPECT_HR(S_OK, pEcho->Echo(W("started"), &pszEcho));
+        CoTaskMemFree(pszEcho);
+        pEcho->Release();
+        // Its last object gone, the server revokes its class and ends.
+        EXPECT_TRUE(orvtest::WaitUntil([&] {
+            return !std::filesystem::exists(Root() / "com") ||
+                   std::none_of(std::filesystem::directory_iterator(Root() / "com"),
+                                std::filesystem::directory_iterator(), [](const auto& entry) {
+                                    return entry.path().filename().string().rfind("{6A2F", 0) == 0;
+                                });
+        }));
+    }
 }
 
 TEST_F(OutOfProcessTest, RunsDownTheReferencesOfAKilledClient)

@@ -2,6 +2,8 @@
 // server (with "admins", CoInitializeSecurity admits Administrators only), says "ready" and
 // serves until its standard input closes. "hold N" creates N echo objects from the server that
 // serves the class, says "held" and keeps them until it is killed or its input closes.
+// Started by COM's activation (a last argument "-Embedding"): "embedded" serves as "serve" does
+// until its last object has gone, "exit" ends at once, "silent" never registers the class.
 #include "pal/iaccess.h"
 #include "tests/pal/com/program/echo.h"
 
@@ -9,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -120,12 +123,37 @@ HRESULT AdmitAdministratorsOnly()
     return hr;
 }
 
+// Serves the class until the objects it made have all gone again.
+int ServeEmbedded()
+{
+    static CEchoFactory factory;
+    DWORD dwCookie = 0;
+    if (FAILED(CoRegisterClassObject(orvtest::com::CLSID_TestEcho, &factory, CLSCTX_LOCAL_SERVER,
+                                     REGCLS_MULTIPLEUSE, &dwCookie)))
+        return 4;
+    std::unique_lock lock(g_lock);
+    // Nobody may come: the server does not wait for ever.
+    g_cvObjects.wait_for(lock, std::chrono::seconds(30), [] { return g_lObjects > 0; });
+    g_cvObjects.wait(lock, [] { return g_lObjects == 0; });
+    lock.unlock();
+    CoRevokeClassObject(dwCookie);
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     if (argc < 2 || FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
         return 2;
+    if (strcmp(argv[1], "embedded") == 0)
+        return ServeEmbedded();
+    if (strcmp(argv[1], "exit") == 0)
+        return 0;
+    if (strcmp(argv[1], "silent") == 0) {
+        std::this_thread::sleep_for(std::chrono::seconds(5));
+        return 0;
+    }
     if (strcmp(argv[1], "serve") == 0) {
         if (argc > 2 && FAILED(AdmitAdministratorsOnly()))
             return 3;
