@@ -3,12 +3,12 @@
 #include "pal/src/com/rpc/remote.h"
 
 #include "pal/palcontrol.h"
-#include "pal/sysinfoapi.h"
 #include "pal/src/base/accounts.h"
 #include "pal/src/com/rpc/activation.h"
 #include "pal/src/com/rpc/launch.h"
 #include "pal/src/com/rpc/loop.h"
 #include "pal/src/com/rpc/marshal.h"
+#include "pal/sysinfoapi.h"
 
 #include <capnp/rpc-twoparty.h>
 
@@ -57,9 +57,25 @@ void ReleaseRemote(CRemote* pRemote)
         RunOnLoop([pRemote] { delete pRemote; });
 }
 
+namespace {
+
+// The first call to find its server gone reports the server unavailable; the proxy is then
+// disconnected, as COM's are.
+HRESULT NoteDisconnection(CRemote* pRemote, HRESULT hr)
+{
+    if (hr != RPC_E_DISCONNECTED)
+        return hr;
+    return pRemote->m_fDisconnected.exchange(true) ? RPC_E_DISCONNECTED
+                                                   : HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE);
+}
+
+} // namespace
+
 HRESULT RemoteCall(CRemote* pRemote, REFIID riid, uint16_t method, CWriter& request,
                    CReader* pReply)
 {
+    if (pRemote->m_fDisconnected)
+        return RPC_E_DISCONNECTED;
     HRESULT hrCall = S_OK;
     std::vector<uint8_t> reply;
     std::vector<std::pair<IID, CRemote*>> objects;
@@ -84,7 +100,7 @@ HRESULT RemoteCall(CRemote* pRemote, REFIID riid, uint16_t method, CWriter& requ
         if (object.second)
             object.second->Release();
     pReply->Assign(std::move(reply), std::move(objects));
-    return FAILED(hr) ? hr : hrCall;
+    return FAILED(hr) ? NoteDisconnection(pRemote, hr) : hrCall;
 }
 
 HRESULT RemoteQueryInterface(CRemote* pRemote, REFIID riid, void** ppv)
@@ -93,6 +109,8 @@ HRESULT RemoteQueryInterface(CRemote* pRemote, REFIID riid, void** ppv)
     const InterfaceMarshaler* pMarshaler = FindInterfaceMarshaler(riid);
     if (!pMarshaler)
         return E_NOINTERFACE;
+    if (pRemote->m_fDisconnected)
+        return RPC_E_DISCONNECTED;
     HRESULT hrQuery = S_OK;
     CRemote* pNew = nullptr;
     HRESULT hr = RunOnLoop([&] {
@@ -105,7 +123,7 @@ HRESULT RemoteQueryInterface(CRemote* pRemote, REFIID riid, void** ppv)
         });
     });
     if (FAILED(hr))
-        return hr;
+        return NoteDisconnection(pRemote, hr);
     if (FAILED(hrQuery))
         return hrQuery;
     hr = pMarshaler->pfnCreateProxy(pNew, ppv);

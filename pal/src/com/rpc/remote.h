@@ -5,6 +5,7 @@
 
 #include "pal/objbase.h"
 
+#include <atomic>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,6 +24,8 @@ public:
     // account's calls.
     std::string m_peerAccount;
     LONG m_lRefs = 1;
+    // Set by the first call that found the server gone: COM answers the later ones at once.
+    std::atomic<bool> m_fDisconnected{false};
 };
 
 // Serves pItf (taking its reference) to the other end of a connection, whose calls come under

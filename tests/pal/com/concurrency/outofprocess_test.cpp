@@ -5,81 +5,19 @@
 #include "pal/winreg.h"
 #include "tests/pal/com/program/echo.h"
 #include "tests/support/paltest.h"
+#include "tests/support/pipedchild.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <spawn.h>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
-
-extern char** environ;
 
 namespace {
 
 using orvtest::com::CLSID_TestEcho;
 using orvtest::com::IID_ITestEcho;
-
-// A child running the test server program, with its standard input and output piped to us.
-class CChild
-{
-public:
-    CChild(std::initializer_list<const char*> args)
-    {
-        int aIn[2], aOut[2];
-        if (pipe(aIn) != 0 || pipe(aOut) != 0)
-            return;
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, aIn[0], 0);
-        posix_spawn_file_actions_adddup2(&actions, aOut[1], 1);
-        posix_spawn_file_actions_addclose(&actions, aIn[1]);
-        posix_spawn_file_actions_addclose(&actions, aOut[0]);
-        std::vector<char*> argv{const_cast<char*>(ORV_COMSERVER_EXE)};
-        for (const char* arg : args)
-            argv.push_back(const_cast<char*>(arg));
-        argv.push_back(nullptr);
-        posix_spawn(&m_pid, ORV_COMSERVER_EXE, &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        close(aIn[0]);
-        close(aOut[1]);
-        m_fdIn = aIn[1];
-        m_pOut = fdopen(aOut[0], "r");
-    }
-    ~CChild()
-    {
-        Kill();
-        if (m_pOut)
-            fclose(m_pOut);
-    }
-    // The first line the child says ("ready", "held"), or its end.
-    std::string Line()
-    {
-        char sz[64] = {};
-        return m_pOut && fgets(sz, sizeof(sz), m_pOut) ? std::string(sz) : std::string("<end>");
-    }
-    void Kill()
-    {
-        if (m_fdIn >= 0)
-            close(m_fdIn);
-        m_fdIn = -1;
-        if (m_pid > 0) {
-            kill(m_pid, SIGKILL);
-            waitpid(m_pid, nullptr, 0);
-        }
-        m_pid = 0;
-    }
-
-private:
-    pid_t m_pid = 0;
-    int m_fdIn = -1;
-    FILE* m_pOut = nullptr;
-};
 
 class OutOfProcessTest : public orvtest::PalTest
 {
@@ -102,7 +40,7 @@ TEST_F(OutOfProcessTest, ActivatesAndCallsTheClassAnotherProcessServes)
     EXPECT_HR(REGDB_E_CLASSNOTREG,
               CoCreateInstance(CLSID_TestEcho, nullptr, CLSCTX_LOCAL_SERVER, IID_ITestEcho,
                                reinterpret_cast<void**>(&pEcho)));
-    CChild server({"serve"});
+    orvtest::CPipedChild server(ORV_COMSERVER_EXE, {"serve"});
     ASSERT_EQ("ready\n", server.Line());
     ASSERT_HR(S_OK, CoCreateInstance(CLSID_TestEcho, nullptr, CLSCTX_LOCAL_SERVER, IID_ITestEcho,
                                      reinterpret_cast<void**>(&pEcho)));
@@ -129,10 +67,12 @@ TEST_F(OutOfProcessTest, ActivatesAndCallsTheClassAnotherProcessServes)
                                                       reinterpret_cast<void**>(&pObject)));
     pFactory->Release();
 
-    // The server dies: the proxy answers as a disconnected one, and nobody serves the class.
+    // The server dies: the proxy finds it unavailable, is disconnected from then on, and nobody
+    // serves the class.
     server.Kill();
     LPWSTR pszEcho = nullptr;
-    EXPECT_HR(RPC_E_DISCONNECTED, pEcho->Echo(W("late"), &pszEcho));
+    EXPECT_HR(HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE), pEcho->Echo(W("late"), &pszEcho));
+    EXPECT_HR(RPC_E_DISCONNECTED, pEcho->Echo(W("later"), &pszEcho));
     pEcho->Release();
     EXPECT_HR(REGDB_E_CLASSNOTREG,
               CoCreateInstance(CLSID_TestEcho, nullptr, CLSCTX_LOCAL_SERVER, IID_ITestEcho,
@@ -188,12 +128,12 @@ TEST_F(OutOfProcessTest, StartsTheLocalServerTheRegistryNames)
 
 TEST_F(OutOfProcessTest, RunsDownTheReferencesOfAKilledClient)
 {
-    CChild server({"serve"});
+    orvtest::CPipedChild server(ORV_COMSERVER_EXE, {"serve"});
     ASSERT_EQ("ready\n", server.Line());
     ITestEcho* pEcho = nullptr;
     ASSERT_HR(S_OK, CoCreateInstance(CLSID_TestEcho, nullptr, CLSCTX_LOCAL_SERVER, IID_ITestEcho,
                                      reinterpret_cast<void**>(&pEcho)));
-    CChild client({"hold", "3"});
+    orvtest::CPipedChild client(ORV_COMSERVER_EXE, {"hold", "3"});
     ASSERT_EQ("held\n", client.Line());
     LONG lObjects = 0;
     EXPECT_HR(S_OK, pEcho->WaitForObjects(4, &lObjects));
@@ -206,7 +146,7 @@ TEST_F(OutOfProcessTest, RunsDownTheReferencesOfAKilledClient)
 
 TEST_F(OutOfProcessTest, RefusesTheAccountsTheServersSecurityDoesNotAdmit)
 {
-    CChild server({"serve", "admins"});
+    orvtest::CPipedChild server(ORV_COMSERVER_EXE, {"serve", "admins"});
     ASSERT_EQ("ready\n", server.Line());
     struct
     {

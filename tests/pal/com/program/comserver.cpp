@@ -1,7 +1,8 @@
 // The test server of out-of-process COM. "serve [admins]" registers CLSID_TestEcho as a local
 // server (with "admins", CoInitializeSecurity admits Administrators only), says "ready" and
-// serves until its standard input closes. "hold N" creates N echo objects from the server that
-// serves the class, says "held" and keeps them until it is killed or its input closes.
+// serves until its standard input closes. "hold N [CLSID]" creates N echo objects (or N objects
+// of CLSID, asked as IUnknown) from the server that serves the class, says "held" and keeps them
+// until it is killed or its input closes.
 // Started by COM's activation (a last argument "-Embedding"): "embedded" serves as "serve" does
 // until its last object has gone, "exit" ends at once, "silent" never registers the class.
 #include "pal/iaccess.h"
@@ -19,11 +20,14 @@ namespace {
 std::mutex g_lock;
 std::condition_variable g_cvObjects;
 LONG g_lObjects = 0;
+LONG g_lCreated = 0;
 
 void CountObject(LONG lDelta)
 {
     std::lock_guard lock(g_lock);
     g_lObjects += lDelta;
+    if (lDelta > 0)
+        g_lCreated += lDelta;
     g_cvObjects.notify_all();
 }
 
@@ -133,7 +137,7 @@ int ServeEmbedded()
         return 4;
     std::unique_lock lock(g_lock);
     // Nobody may come: the server does not wait for ever.
-    g_cvObjects.wait_for(lock, std::chrono::seconds(30), [] { return g_lObjects > 0; });
+    g_cvObjects.wait_for(lock, std::chrono::seconds(30), [] { return g_lCreated > 0; });
     g_cvObjects.wait(lock, [] { return g_lObjects == 0; });
     lock.unlock();
     CoRevokeClassObject(dwCookie);
@@ -169,13 +173,25 @@ int main(int argc, char** argv)
         CoRevokeClassObject(dwCookie);
         return 0;
     }
+    CLSID clsid = orvtest::com::CLSID_TestEcho;
+    IID iid = orvtest::com::IID_ITestEcho;
+    if (argc > 3) {
+        unsigned a[11] = {};
+        if (std::sscanf(argv[3], "{%8x-%4x-%4x-%2x%2x-%2x%2x%2x%2x%2x%2x}", &a[0], &a[1], &a[2],
+                        &a[3], &a[4], &a[5], &a[6], &a[7], &a[8], &a[9], &a[10]) != 11)
+            return 6;
+        clsid = {a[0], static_cast<WORD>(a[1]), static_cast<WORD>(a[2]), {}};
+        for (int i = 0; i < 8; ++i)
+            clsid.Data4[i] = static_cast<BYTE>(a[3 + i]);
+        iid = IID_IUnknown;
+    }
     std::vector<IUnknown*> held;
     for (int i = 0; i < (argc > 2 ? atoi(argv[2]) : 1); ++i) {
-        IUnknown* pEcho = nullptr;
-        if (FAILED(CoCreateInstance(orvtest::com::CLSID_TestEcho, nullptr, CLSCTX_LOCAL_SERVER,
-                                    orvtest::com::IID_ITestEcho, reinterpret_cast<void**>(&pEcho))))
+        IUnknown* pObject = nullptr;
+        if (FAILED(CoCreateInstance(clsid, nullptr, CLSCTX_LOCAL_SERVER, iid,
+                                    reinterpret_cast<void**>(&pObject))))
             return 5;
-        held.push_back(pEcho);
+        held.push_back(pObject);
     }
     std::printf("held\n");
     std::fflush(stdout);

@@ -1,0 +1,136 @@
+// The installed provider as COM's clients reach it from other processes: the first activation
+// starts its service, its security refuses a plain user, and the service ends by itself once
+// its last client has gone, whether released or killed, or drains a stop while one holds it.
+#include "pal/objbase.h"
+#include "pal/processthreadsapi.h"
+#include "pal/synchapi.h"
+#include "pal/winsvc.h"
+#include "tests/pal/registry/registry_testing.h"
+#include "tests/support/paltest.h"
+#include "tests/support/pipedchild.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+namespace {
+
+// {C7F1D659-6F48-45AA-93D2-D99414EA5190}
+constexpr CLSID kClsidProvider = {
+    0xC7F1D659, 0x6F48, 0x45AA, {0x93, 0xD2, 0xD9, 0x94, 0x14, 0xEA, 0x51, 0x90}};
+constexpr char kClsidText[] = "{C7F1D659-6F48-45AA-93D2-D99414EA5190}";
+
+class ProviderActivationTest : public orvtest::PalTest
+{
+protected:
+    void SetUp() override
+    {
+        PalTest::SetUp();
+        // The service's drain of three 10-second waits passes in 30 ms.
+        setenv("ORVSIM_CLOCK_SCALE", "1000", 1);
+        m_dir = MakeDir("Program Files/Orvane");
+        std::filesystem::copy_file(ORVPROV_EXE, m_dir / "orvprov");
+        orvtest::registry::ChildProcess install(
+            {(m_dir / "orvprov").string(), "-r", "service", "-a", "LocalSystem"}, {});
+        orvtest::registry::ProcessResult result = install.Wait();
+        ASSERT_EQ(0, result.exitCode) << result.out << result.err;
+        ASSERT_HR(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+        m_hManager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+        m_hService = OpenServiceW(m_hManager, W("Orvhwsvc"), SERVICE_ALL_ACCESS);
+        ASSERT_NE(nullptr, m_hService);
+    }
+    void TearDown() override
+    {
+        SERVICE_STATUS status = {};
+        ControlService(m_hService, SERVICE_CONTROL_STOP, &status);
+        EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
+        CloseServiceHandle(m_hService);
+        CloseServiceHandle(m_hManager);
+        CoUninitialize();
+        unsetenv("ORVSIM_CLOCK_SCALE");
+        PalTest::TearDown();
+    }
+
+    DWORD State()
+    {
+        SERVICE_STATUS status = {};
+        return QueryServiceStatus(m_hService, &status) ? status.dwCurrentState : 0;
+    }
+
+    // The service's trace, as ASCII.
+    std::string Trace() const
+    {
+        std::string text;
+        for (const auto& entry : std::filesystem::directory_iterator(m_dir))
+            if (std::ifstream file(entry.path(), std::ios::binary);
+                entry.path().extension() == ".log")
+                text.append(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+        std::erase(text, '\0');
+        return text;
+    }
+
+    std::filesystem::path m_dir;
+    SC_HANDLE m_hManager = nullptr;
+    SC_HANDLE m_hService = nullptr;
+};
+
+TEST_F(ProviderActivationTest, StartsTheServiceAndStopsItAfterTheLastRelease)
+{
+    struct
+    {
+        const char16_t* pszAccount;
+        HRESULT hr;
+    } const kRows[] = {{u"User", E_ACCESSDENIED}, {u"Administrator", S_OK}};
+    for (const auto& row : kRows) {
+        ASSERT_TRUE(pal::SetProcessAccount(row.pszAccount));
+        IUnknown* pProvider = nullptr;
+        EXPECT_HR(row.hr, CoCreateInstance(kClsidProvider, nullptr, CLSCTX_LOCAL_SERVER,
+                                           IID_IUnknown, reinterpret_cast<void**>(&pProvider)));
+        // Started by the first activation, refused or not.
+        EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_RUNNING; }));
+        if (pProvider)
+            pProvider->Release();
+    }
+    EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
+    EXPECT_EQ(std::string::npos, Trace().find("Waiting for module lock count"));
+}
+
+TEST_F(ProviderActivationTest, StopsAfterItsKilledClientIsRunDown)
+{
+    // The client's own activation waits for the service on an unscaled clock.
+    unsetenv("ORVSIM_CLOCK_SCALE");
+    orvtest::CPipedChild client(ORV_COMSERVER_EXE, {"hold", "2", kClsidText});
+    ASSERT_EQ("held\n", client.Line());
+    EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_RUNNING; }));
+    client.Kill();
+    EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
+}
+
+TEST_F(ProviderActivationTest, DrainsAStopWhileAClientHoldsIt)
+{
+    IUnknown* pProvider = nullptr;
+    ASSERT_HR(S_OK, CoCreateInstance(kClsidProvider, nullptr, CLSCTX_LOCAL_SERVER, IID_IUnknown,
+                                     reinterpret_cast<void**>(&pProvider)));
+    ASSERT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_RUNNING; }));
+    SERVICE_STATUS_PROCESS process = {};
+    DWORD cb = 0;
+    ASSERT_TRUE(QueryServiceStatusEx(m_hService, SC_STATUS_PROCESS_INFO,
+                                     reinterpret_cast<LPBYTE>(&process), sizeof(process), &cb));
+    HANDLE hProcess = OpenProcess(SYNCHRONIZE, FALSE, process.dwProcessId);
+    SERVICE_STATUS status = {};
+    ASSERT_TRUE(ControlService(m_hService, SERVICE_CONTROL_STOP, &status)) << GetLastError();
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(hProcess, INFINITE));
+    CloseHandle(hProcess);
+    EXPECT_EQ(DWORD(SERVICE_STOPPED), State());
+    EXPECT_NE(std::string::npos,
+              Trace().find("Waiting for module lock count to reach zero, dwLocks=1"));
+    // The drain over, the service ended with the client still holding its proxy.
+    IUnknown* pFactory = nullptr;
+    EXPECT_HR(HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE),
+              pProvider->QueryInterface(IID_IClassFactory, reinterpret_cast<void**>(&pFactory)));
+    pProvider->Release();
+}
+
+} // namespace
