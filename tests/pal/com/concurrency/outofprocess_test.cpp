@@ -10,9 +10,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -142,6 +145,50 @@ TEST_F(OutOfProcessTest, RunsDownTheReferencesOfAKilledClient)
     EXPECT_HR(S_OK, pEcho->WaitForObjects(1, &lObjects));
     EXPECT_EQ(1, lObjects);
     pEcho->Release();
+}
+
+// Threads of this process, through a shared proxy and proxies of their own, call the server at
+// the same time as another client process holds objects of it; every answer is the caller's.
+TEST_F(OutOfProcessTest, ServesSeveralClientsAtOnce)
+{
+    orvtest::CPipedChild server(ORV_COMSERVER_EXE, {"serve"});
+    ASSERT_EQ("ready\n", server.Line());
+    orvtest::CPipedChild client(ORV_COMSERVER_EXE, {"hold", "2"});
+    ASSERT_EQ("held\n", client.Line());
+    ITestEcho* pShared = nullptr;
+    ASSERT_HR(S_OK, CoCreateInstance(CLSID_TestEcho, nullptr, CLSCTX_LOCAL_SERVER, IID_ITestEcho,
+                                     reinterpret_cast<void**>(&pShared)));
+    std::atomic<int> cWrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 6; ++t) {
+        threads.emplace_back([&, t] {
+            CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+            ITestEcho* pEcho = pShared;
+            if (t % 2 && FAILED(CoCreateInstance(CLSID_TestEcho, nullptr, CLSCTX_LOCAL_SERVER,
+                                                 IID_ITestEcho, reinterpret_cast<void**>(&pEcho))))
+                ++cWrong;
+            for (int i = 0; i < 20; ++i) {
+                std::u16string text = u"t" + std::u16string(1, char16_t(u'0' + t)) + u"-" +
+                                      std::u16string(1, char16_t(u'a' + i));
+                LPWSTR pszEcho = nullptr;
+                if (FAILED(pEcho->Echo(reinterpret_cast<LPCWSTR>(text.c_str()), &pszEcho)) ||
+                    text != reinterpret_cast<char16_t*>(pszEcho))
+                    ++cWrong;
+                CoTaskMemFree(pszEcho);
+            }
+            if (pEcho != pShared)
+                pEcho->Release();
+            CoUninitialize();
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(0, cWrong.load());
+    // The threads' own objects are gone; the other client's two and the shared one remain.
+    LONG lObjects = 0;
+    EXPECT_HR(S_OK, pShared->WaitForObjects(3, &lObjects));
+    EXPECT_EQ(3, lObjects);
+    pShared->Release();
 }
 
 TEST_F(OutOfProcessTest, RefusesTheAccountsTheServersSecurityDoesNotAdmit)
