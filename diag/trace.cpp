@@ -121,6 +121,9 @@ void WriteLineStart(void (*pfnOutput)(const CharT*, int),
 
 void TraceInit(DWORD dwLevel, LPCWSTR pszDirectory, LPCWSTR pszPrefix, DWORD dwMaxFileSize)
 {
+    // The configuration's watcher thread may already be tracing: the file's settings change
+    // under the lock its writes take.
+    CTraceLock lock;
     TraceAbandonFile(g_trace.pFile);
     g_trace.pFile = nullptr;
     g_trace.dwBytesCounted = 0;
@@ -147,10 +150,8 @@ void TraceInit(DWORD dwLevel, LPCWSTR pszDirectory, LPCWSTR pszPrefix, DWORD dwM
         g_trace.szPrefix[0] = 0;
     }
 
-    if (dwLevel != 0 && HasFileSettings()) {
-        CTraceLock lock;
+    if (dwLevel != 0 && HasFileSettings())
         TraceOpenFile(false);
-    }
 }
 
 void TraceSetLevel(DWORD dwLevel)

@@ -44,8 +44,9 @@ protected:
     void TearDown() override
     {
         SERVICE_STATUS status = {};
-        ControlService(m_hService, SERVICE_CONTROL_STOP, &status);
-        EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
+        if (m_hService && ControlService(m_hService, SERVICE_CONTROL_STOP, &status)) {
+            EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
+        }
         CloseServiceHandle(m_hService);
         CloseServiceHandle(m_hManager);
         CoUninitialize();
