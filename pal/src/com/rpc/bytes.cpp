@@ -1,9 +1,17 @@
 // The byte coding of a method's request and reply.
 #include "pal/src/com/rpc/marshal.h"
 
+#include <bit>
 #include <cstring>
 
 namespace pal::detail::rpc {
+
+// Units and numbers are copied as they lie in memory.
+static_assert(std::endian::native == std::endian::little);
+
+namespace {
+constexpr uint32_t kNull = 0xFFFFFFFF;
+}
 
 CWriter::~CWriter()
 {
@@ -13,8 +21,14 @@ CWriter::~CWriter()
 
 void CWriter::PutU32(uint32_t dw)
 {
-    for (int i = 0; i < 4; ++i)
-        m_bytes.push_back(static_cast<uint8_t>(dw >> (8 * i)));
+    const auto* pb = reinterpret_cast<const uint8_t*>(&dw);
+    m_bytes.insert(m_bytes.end(), pb, pb + sizeof(dw));
+}
+
+void CWriter::PutU64(uint64_t ull)
+{
+    const auto* pb = reinterpret_cast<const uint8_t*>(&ull);
+    m_bytes.insert(m_bytes.end(), pb, pb + sizeof(ull));
 }
 
 void CWriter::PutGuid(REFGUID guid)
@@ -25,16 +39,29 @@ void CWriter::PutGuid(REFGUID guid)
 
 void CWriter::PutString(const WCHAR* psz)
 {
+    PutString(psz, psz ? static_cast<uint32_t>(std::char_traits<WCHAR>::length(psz)) : 0);
+}
+
+void CWriter::PutString(const WCHAR* psz, uint32_t cch)
+{
     if (!psz) {
-        PutU32(0xFFFFFFFF);
+        PutU32(kNull);
         return;
     }
-    std::u16string_view text(reinterpret_cast<const char16_t*>(psz));
-    PutU32(static_cast<uint32_t>(text.size()));
-    for (char16_t ch : text) {
-        m_bytes.push_back(static_cast<uint8_t>(ch));
-        m_bytes.push_back(static_cast<uint8_t>(ch >> 8));
+    PutU32(cch);
+    const auto* pb = reinterpret_cast<const uint8_t*>(psz);
+    m_bytes.insert(m_bytes.end(), pb, pb + size_t{cch} * sizeof(WCHAR));
+}
+
+void CWriter::PutBytes(const void* pb, uint32_t cb)
+{
+    if (!pb) {
+        PutU32(kNull);
+        return;
     }
+    PutU32(cb);
+    m_bytes.insert(m_bytes.end(), static_cast<const uint8_t*>(pb),
+                   static_cast<const uint8_t*>(pb) + cb);
 }
 
 void CWriter::PutObject(IUnknown* pItf, REFIID riid)
@@ -74,11 +101,12 @@ bool CReader::Take(void* p, size_t cb)
 
 bool CReader::GetU32(uint32_t* pdw)
 {
-    uint8_t ab[4];
-    if (!Take(ab, 4))
-        return false;
-    *pdw = ab[0] | (ab[1] << 8) | (ab[2] << 16) | (static_cast<uint32_t>(ab[3]) << 24);
-    return true;
+    return Take(pdw, sizeof(*pdw));
+}
+
+bool CReader::GetU64(uint64_t* pull)
+{
+    return Take(pull, sizeof(*pull));
 }
 
 bool CReader::GetGuid(GUID* pguid)
@@ -86,19 +114,43 @@ bool CReader::GetGuid(GUID* pguid)
     return Take(pguid, sizeof(GUID));
 }
 
+bool CReader::TakeBlock(size_t cbUnit, const void** ppb, uint32_t* pc)
+{
+    *ppb = nullptr;
+    *pc = 0;
+    uint32_t c = 0;
+    if (!GetU32(&c))
+        return false;
+    if (c == kNull)
+        return true;
+    if (Remaining() / cbUnit < c)
+        return false;
+    *ppb = m_bytes.data() + m_ich;
+    *pc = c;
+    m_ich += c * cbUnit;
+    return true;
+}
+
+bool CReader::GetStringUnits(const void** ppUnits, uint32_t* pcch)
+{
+    return TakeBlock(sizeof(WCHAR), ppUnits, pcch);
+}
+
+bool CReader::GetBytes(const void** ppb, uint32_t* pcb)
+{
+    return TakeBlock(1, ppb, pcb);
+}
+
 bool CReader::GetString(std::u16string* pstr, bool* pfNull)
 {
+    const void* pUnits = nullptr;
     uint32_t cch = 0;
-    if (!GetU32(&cch))
+    if (!GetStringUnits(&pUnits, &cch))
         return false;
-    *pfNull = cch == 0xFFFFFFFF;
-    pstr->clear();
-    if (*pfNull)
-        return true;
-    if ((m_bytes.size() - m_ich) / 2 < cch)
-        return false;
-    for (uint32_t i = 0; i < cch; ++i, m_ich += 2)
-        pstr->push_back(static_cast<char16_t>(m_bytes[m_ich] | (m_bytes[m_ich + 1] << 8)));
+    *pfNull = pUnits == nullptr;
+    pstr->resize(cch);
+    if (cch)
+        std::memcpy(pstr->data(), pUnits, size_t{cch} * sizeof(char16_t));
     return true;
 }
 

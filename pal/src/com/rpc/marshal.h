@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <new>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,7 +16,9 @@
 namespace pal::detail::rpc {
 
 // A method's request or reply as the pal codes it: little-endian numbers, GUIDs as 16 bytes,
-// strings as a UTF-16 length and units, and interface pointers set aside as objects.
+// strings as a UTF-16 length and units, byte blocks as a length and bytes (a length of
+// 0xFFFFFFFF is a null pointer, kept apart from an empty block), and interface pointers set
+// aside as objects.
 class CWriter
 {
 public:
@@ -25,9 +28,13 @@ public:
     ~CWriter();
 
     void PutU32(uint32_t dw);
+    void PutU64(uint64_t ull);
     void PutGuid(REFGUID guid);
     // A null string is kept apart from an empty one.
     void PutString(const WCHAR* psz);
+    // cch units from psz (a BSTR's, which may hold nulls).
+    void PutString(const WCHAR* psz, uint32_t cch);
+    void PutBytes(const void* pb, uint32_t cb);
     // Takes a reference of its own on pItf, asked as riid.
     void PutObject(IUnknown* pItf, REFIID riid);
 
@@ -56,13 +63,25 @@ public:
 
     // Each fails (false) once the bytes run out or do not read as asked.
     bool GetU32(uint32_t* pdw);
+    bool GetU64(uint64_t* pull);
     bool GetGuid(GUID* pguid);
     bool GetString(std::u16string* pstr, bool* pfNull);
+    // The units of the next string where they lie in the bytes (unaligned; *ppUnits null for
+    // a null string), for a caller that copies them into memory of its own.
+    bool GetStringUnits(const void** ppUnits, uint32_t* pcch);
+    // The next byte block where it lies (*ppb null for a null pointer).
+    bool GetBytes(const void** ppb, uint32_t* pcb);
+    // What is left to read: a count read from the bytes is checked against it before anything
+    // is allocated for it.
+    size_t Remaining() const { return m_bytes.size() - m_ich; }
+    // Whether the reply carries anything: an object that ran answers its [out] arguments.
+    bool Empty() const { return m_bytes.empty() && m_objects.empty(); }
     // The next object of the reply as a proxy of riid (null when the server sent none).
     HRESULT GetObject(REFIID riid, void** ppv);
 
 private:
     bool Take(void* p, size_t cb);
+    bool TakeBlock(size_t cbUnit, const void** ppb, uint32_t* pc);
 
     std::vector<uint8_t> m_bytes;
     size_t m_ich = 0;
@@ -95,6 +114,11 @@ struct InterfaceMarshaler
 // IID replaces the earlier.
 void RegisterInterfaceMarshaler(const InterfaceMarshaler& marshaler);
 const InterfaceMarshaler* FindInterfaceMarshaler(REFIID riid);
+
+// The marshalers of the VSS provider interfaces (vssmarshal.cpp), which the table holds from
+// the start: a static registration in the pal's archive would be dropped by the linker from a
+// program that never names it.
+std::span<const InterfaceMarshaler> VssMarshalers();
 
 // Registers a marshaler from a static object's constructor.
 struct CMarshalerRegistration
