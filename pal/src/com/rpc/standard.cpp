@@ -15,7 +15,12 @@ struct CMarshalers
 
 CMarshalers& Marshalers()
 {
-    static auto* pMarshalers = new CMarshalers();
+    static auto* pMarshalers = [] {
+        auto* p = new CMarshalers();
+        for (const InterfaceMarshaler& marshaler : VssMarshalers())
+            p->m_marshalers.push_back(marshaler);
+        return p;
+    }();
     return *pMarshalers;
 }
 
