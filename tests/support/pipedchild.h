@@ -46,11 +46,13 @@ public:
         if (m_pOut)
             fclose(m_pOut);
     }
-    // The first line the child says ("ready", "held"), or its end.
+    // The next line the child says ("ready\n", "held\n", however long), or its end.
     std::string Line()
     {
-        char sz[64] = {};
-        return m_pOut && fgets(sz, sizeof(sz), m_pOut) ? std::string(sz) : std::string("<end>");
+        std::string line;
+        for (int ch = 0; m_pOut && ch != '\n' && (ch = fgetc(m_pOut)) != EOF;)
+            line.push_back(static_cast<char>(ch));
+        return line.empty() ? std::string("<end>") : line;
     }
     void Kill()
     {

@@ -1,107 +1,143 @@
-// The test server of out-of-process COM. "serve [admins]" registers CLSID_TestEcho as a local
-// server (with "admins", CoInitializeSecurity admits Administrators only), says "ready" and
-// serves until its standard input closes. "hold N [CLSID]" creates N echo objects (or N objects
-// of CLSID, asked as IUnknown) from the server that serves the class, says "held" and keeps them
-// until it is killed or its input closes.
+// The test server of out-of-process COM. "serve [admins|journal]" registers CLSID_TestEcho and
+// CLSID_TestProvider as local servers (with "admins", CoInitializeSecurity admits Administrators
+// only; with "journal", the provider says each call it receives), says "ready" and serves until
+// its standard input closes. "hold N [CLSID]" creates N echo objects (or N objects of CLSID,
+// asked as IUnknown) from the server that serves the class, says "held" and keeps them until it
+// is killed or its input closes.
 // Started by COM's activation (a last argument "-Embedding"): "embedded" serves as "serve" does
 // until its last object has gone, "exit" ends at once, "silent" never registers the class.
+#include "pal/atlcom.h"
 #include "pal/iaccess.h"
 #include "tests/pal/com/program/echo.h"
+#include "tests/pal/com/program/provider.h"
 
-#include <condition_variable>
 #include <cstdio>
 #include <cstring>
-#include <mutex>
 #include <thread>
 #include <vector>
 
 namespace {
 
-std::mutex g_lock;
-std::condition_variable g_cvObjects;
-LONG g_lObjects = 0;
-LONG g_lCreated = 0;
+using orvtest::com::CEcho;
 
-void CountObject(LONG lDelta)
+bool g_fJournal = false;
+
+// Says Line(method, args...) with "journal"; S_OK.
+template <class... A>
+HRESULT Say(const char* pszMethod, const A&... args)
 {
-    std::lock_guard lock(g_lock);
-    g_lObjects += lDelta;
-    if (lDelta > 0)
-        g_lCreated += lDelta;
-    g_cvObjects.notify_all();
+    if (g_fJournal) {
+        std::printf("%s\n", orvtest::com::Line(pszMethod, args...).c_str());
+        std::fflush(stdout);
+    }
+    return S_OK;
 }
 
-class CEcho final : public ITestEcho
+HRESULT Rewrite(VDS_LUN_INFORMATION* rgLuns, long long cLuns)
+{
+    for (int i = 0; i < cLuns; ++i) {
+        orvtest::FreeLunInformation(rgLuns[i]);
+        orvtest::com::RewrittenLun(i).Build(rgLuns[i]);
+    }
+    return S_OK;
+}
+
+using orvtest::com::Texts;
+using Lun = VDS_LUN_INFORMATION;
+
+class CTestProvider : public CComObjectRootEx<CComMultiThreadModel>,
+                      public IVssHardwareSnapshotProviderEx,
+                      public IVssProviderCreateSnapshotSet,
+                      public IVssProviderNotifications,
+                      public IOrvaneHardwareProvider
 {
 public:
-    CEcho() { CountObject(1); }
-    ~CEcho() { CountObject(-1); }
-    STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override
-    {
-        if (!IsEqualIID(riid, IID_IUnknown) && !IsEqualIID(riid, orvtest::com::IID_ITestEcho)) {
-            *ppv = nullptr;
-            return E_NOINTERFACE;
-        }
-        AddRef();
-        *ppv = static_cast<ITestEcho*>(this);
-        return S_OK;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return InterlockedIncrement(&m_lRefs); }
-    STDMETHODIMP_(ULONG) Release() override
-    {
-        LONG l = InterlockedDecrement(&m_lRefs);
-        if (l == 0)
-            delete this;
-        return l;
-    }
-    STDMETHODIMP Echo(LPCWSTR pszText, LPWSTR* ppszEcho) override
-    {
-        *ppszEcho = nullptr;
-        if (!pszText)
-            return E_POINTER;
-        size_t cb = (std::char_traits<WCHAR>::length(pszText) + 1) * sizeof(WCHAR);
-        *ppszEcho = static_cast<LPWSTR>(CoTaskMemAlloc(cb));
-        memcpy(*ppszEcho, pszText, cb);
-        return S_OK;
-    }
-    STDMETHODIMP WaitForObjects(LONG lExpected, LONG* plObjects) override
-    {
-        std::unique_lock lock(g_lock);
-        g_cvObjects.wait_for(lock, std::chrono::seconds(10),
-                             [&] { return g_lObjects == lExpected; });
-        *plObjects = g_lObjects;
-        return S_OK;
-    }
+    BEGIN_COM_MAP(CTestProvider)
+    COM_INTERFACE_ENTRY(IVssHardwareSnapshotProviderEx)
+    COM_INTERFACE_ENTRY(IVssHardwareSnapshotProvider)
+    COM_INTERFACE_ENTRY(IVssProviderCreateSnapshotSet)
+    COM_INTERFACE_ENTRY(IVssProviderNotifications)
+    COM_INTERFACE_ENTRY(IOrvaneHardwareProvider)
+    END_COM_MAP()
 
-private:
-    LONG m_lRefs = 1;
-};
-
-class CEchoFactory final : public IClassFactory
-{
-public:
-    STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override
+    STDMETHODIMP AreLunsSupported(LONG c, LONG lContext, VSS_PWSZ* rgwsz, Lun* rg,
+                                  BOOL* pb) override
     {
-        if (!IsEqualIID(riid, IID_IUnknown) && !IsEqualIID(riid, IID_IClassFactory)) {
-            *ppv = nullptr;
-            return E_NOINTERFACE;
-        }
-        *ppv = static_cast<IClassFactory*>(this);
+        *pb = TRUE;
+        Say("AreLunsSupported", c, lContext, Texts(rgwsz, c), Texts(rg, c));
+        return Rewrite(rg, c);
+    }
+    STDMETHODIMP FillInLunInfo(VSS_PWSZ wszName, Lun* pLun, BOOL* pb) override
+    {
+        *pb = TRUE;
+        Say("FillInLunInfo", wszName, *pLun);
+        return Rewrite(pLun, 1);
+    }
+    STDMETHODIMP BeginPrepareSnapshot(VSS_ID setId, VSS_ID id, LONG lContext, LONG c,
+                                      VSS_PWSZ* rgwsz, Lun* rg) override
+    {
+        Say("BeginPrepareSnapshot", setId, id, lContext, c, Texts(rgwsz, c), Texts(rg, c));
+        Rewrite(rg, c);
+        return VSS_E_PROVIDER_VETO;
+    }
+    STDMETHODIMP GetTargetLuns(LONG c, VSS_PWSZ* rgwsz, Lun* rgSource, Lun* rgTarget) override
+    {
+        Say("GetTargetLuns", c, Texts(rgwsz, c), Texts(rgSource, c), Texts(rgTarget, c));
+        return Rewrite(rgTarget, c);
+    }
+    STDMETHODIMP LocateLuns(LONG c, Lun* rg) override { return Say("LocateLuns", c, Texts(rg, c)); }
+    STDMETHODIMP OnLunEmpty(VSS_PWSZ wszName, Lun* pLun) override
+    {
+        return Say("OnLunEmpty", wszName, *pLun);
+    }
+    STDMETHODIMP GetProviderCapabilities(ULONGLONG* pll) override
+    {
+        *pll = 0x0123456789ABCDEFull;
+        return Say("GetProviderCapabilities");
+    }
+    STDMETHODIMP OnLunStateChange(Lun* rgA, Lun* rgB, DWORD c, DWORD dwFlags) override
+    {
+        return Say("OnLunStateChange", Texts(rgA, c), Texts(rgB, c), c, dwFlags);
+    }
+    // The object handed out is released by the stub, as IVssAsync does not cross.
+    STDMETHODIMP ResyncLuns(Lun* rgA, Lun* rgB, DWORD c, IVssAsync** ppAsync) override
+    {
+        *ppAsync = reinterpret_cast<IVssAsync*>(CEcho::Create());
+        return Say("ResyncLuns", Texts(rgA, c), Texts(rgB, c), c);
+    }
+    STDMETHODIMP OnReuseLuns(Lun* rgA, Lun* rgB, DWORD c) override
+    {
+        return Say("OnReuseLuns", Texts(rgA, c), Texts(rgB, c), c);
+    }
+    STDMETHODIMP EndPrepareSnapshots(VSS_ID id) override { return Say("EndPrepare", id); }
+    STDMETHODIMP PreCommitSnapshots(VSS_ID id) override { return Say("PreCommit", id); }
+    STDMETHODIMP CommitSnapshots(VSS_ID id) override { return Say("Commit", id); }
+    STDMETHODIMP PostCommitSnapshots(VSS_ID id, LONG c) override
+    {
+        return Say("PostCommit", id, c);
+    }
+    STDMETHODIMP PreFinalCommitSnapshots(VSS_ID id) override { return Say("PreFinal", id); }
+    STDMETHODIMP PostFinalCommitSnapshots(VSS_ID id) override { return Say("PostFinal", id); }
+    STDMETHODIMP AbortSnapshots(VSS_ID id) override { return Say("Abort", id); }
+    // Calls the callback, which lives in the client's process.
+    STDMETHODIMP OnLoad(IUnknown* pCallback) override
+    {
+        CComPtr<ITestEcho> pEcho;
+        LPWSTR pszEcho = nullptr;
+        HRESULT hr = pCallback ? pCallback->QueryInterface(orvtest::com::IID_ITestEcho,
+                                                           reinterpret_cast<void**>(&pEcho))
+                               : E_POINTER;
+        if (pEcho)
+            hr = pEcho->Echo(W("loaded"), &pszEcho);
+        Say("OnLoad", hr, pszEcho);
+        CoTaskMemFree(pszEcho);
         return S_OK;
     }
-    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
-    STDMETHODIMP_(ULONG) Release() override { return 1; }
-    STDMETHODIMP CreateInstance(IUnknown* pOuter, REFIID riid, void** ppv) override
+    STDMETHODIMP OnUnload(BOOL fForce) override { return Say("OnUnload", fForce); }
+    STDMETHODIMP SetInternalSnapshotName(GUID* pguid, BSTR bstrName) override
     {
-        *ppv = nullptr;
-        if (pOuter)
-            return CLASS_E_NOAGGREGATION;
-        CEcho* pEcho = new CEcho();
-        HRESULT hr = pEcho->QueryInterface(riid, ppv);
-        pEcho->Release();
-        return hr;
+        return Say("SetInternalSnapshotName", *pguid, orvtest::com::BstrText(bstrName));
     }
-    STDMETHODIMP LockServer(BOOL) override { return S_OK; }
 };
 
 HRESULT AdmitAdministratorsOnly()
@@ -130,9 +166,11 @@ HRESULT AdmitAdministratorsOnly()
 // Serves the class until the objects it made have all gone again.
 int ServeEmbedded()
 {
-    static CEchoFactory factory;
+    using namespace orvtest::com;
+    CComPtr<IClassFactory> pFactory;
     DWORD dwCookie = 0;
-    if (FAILED(CoRegisterClassObject(orvtest::com::CLSID_TestEcho, &factory, CLSCTX_LOCAL_SERVER,
+    if (FAILED(CComClassFactoryT<CEcho>::Create(&pFactory)) ||
+        FAILED(CoRegisterClassObject(CLSID_TestEcho, pFactory, CLSCTX_LOCAL_SERVER,
                                      REGCLS_MULTIPLEUSE, &dwCookie)))
         return 4;
     std::unique_lock lock(g_lock);
@@ -159,18 +197,25 @@ int main(int argc, char** argv)
         return 0;
     }
     if (strcmp(argv[1], "serve") == 0) {
-        if (argc > 2 && FAILED(AdmitAdministratorsOnly()))
+        g_fJournal = argc > 2 && strcmp(argv[2], "journal") == 0;
+        if (argc > 2 && strcmp(argv[2], "admins") == 0 && FAILED(AdmitAdministratorsOnly()))
             return 3;
-        static CEchoFactory factory;
-        DWORD dwCookie = 0;
-        if (FAILED(CoRegisterClassObject(orvtest::com::CLSID_TestEcho, &factory,
-                                         CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE, &dwCookie)))
+        CComPtr<IClassFactory> pEchoFactory, pProviderFactory;
+        DWORD dwCookie = 0, dwProviderCookie = 0;
+        if (FAILED(CComClassFactoryT<CEcho>::Create(&pEchoFactory)) ||
+            FAILED(CoRegisterClassObject(orvtest::com::CLSID_TestEcho, pEchoFactory,
+                                         CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE, &dwCookie)) ||
+            FAILED(CComClassFactoryT<CTestProvider>::Create(&pProviderFactory)) ||
+            FAILED(CoRegisterClassObject(orvtest::com::CLSID_TestProvider, pProviderFactory,
+                                         CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE,
+                                         &dwProviderCookie)))
             return 4;
         std::printf("ready\n");
         std::fflush(stdout);
         while (std::getchar() != EOF) {
         }
         CoRevokeClassObject(dwCookie);
+        CoRevokeClassObject(dwProviderCookie);
         return 0;
     }
     CLSID clsid = orvtest::com::CLSID_TestEcho;

@@ -2,10 +2,14 @@
 // its marshaler (what a proxy/stub DLL would register), shared by the test and its server.
 #pragma once
 
+#include "pal/atlcom.h"
 #include "pal/objbase.h"
-#include "pal/src/com/rpc/marshal.h"
+#include "pal/src/com/rpc/describe.h"
 
+#include <chrono>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
 #include <string>
 
 namespace orvtest::com {
@@ -27,73 +31,84 @@ interface ITestEcho : public IUnknown
 protected:
     ~ITestEcho() = default;
 };
+PAL_DEFINE_UUIDOF(ITestEcho, orvtest::com::IID_ITestEcho);
 
 namespace orvtest::com {
 
-class CEchoProxy final : public pal::detail::rpc::CProxy<ITestEcho>
+namespace rpc = pal::detail::rpc;
+
+using EchoMethods =
+    rpc::Interface<ITestEcho, &IID_ITestEcho,
+                   rpc::Method<&ITestEcho::Echo, rpc::In<LPCWSTR>, rpc::Out<LPWSTR>>,
+                   rpc::Method<&ITestEcho::WaitForObjects, rpc::In<LONG>, rpc::Out<LONG>>>;
+
+class CEchoProxy final : public rpc::CProxyOf<EchoMethods>
 {
 public:
-    explicit CEchoProxy(pal::detail::rpc::CRemote* pRemote) : CProxy(pRemote, IID_ITestEcho) {}
-
+    using CProxyOf::CProxyOf;
     STDMETHODIMP Echo(LPCWSTR pszText, LPWSTR* ppszEcho) override
     {
-        pal::detail::rpc::CWriter request;
-        request.PutString(pszText);
-        pal::detail::rpc::CReader reply;
-        HRESULT hr = pal::detail::rpc::RemoteCall(Remote(), IID_ITestEcho, 0, request, &reply);
-        std::u16string text;
-        bool fNull = true;
-        if (SUCCEEDED(hr) && !reply.GetString(&text, &fNull))
-            return RPC_E_INVALID_DATA;
-        if (FAILED(hr))
-            return hr;
-        size_t cb = (text.size() + 1) * sizeof(WCHAR);
-        *ppszEcho = static_cast<LPWSTR>(CoTaskMemAlloc(cb));
-        if (!*ppszEcho)
-            return E_OUTOFMEMORY;
-        memcpy(*ppszEcho, text.c_str(), cb);
-        return hr;
+        return Call<&ITestEcho::Echo>(pszText, ppszEcho);
     }
     STDMETHODIMP WaitForObjects(LONG lExpected, LONG* plObjects) override
     {
-        pal::detail::rpc::CWriter request;
-        request.PutU32(static_cast<uint32_t>(lExpected));
-        pal::detail::rpc::CReader reply;
-        HRESULT hr = pal::detail::rpc::RemoteCall(Remote(), IID_ITestEcho, 1, request, &reply);
-        uint32_t dw = 0;
-        if (SUCCEEDED(hr) && !reply.GetU32(&dw))
-            return RPC_E_INVALID_DATA;
-        *plObjects = static_cast<LONG>(dw);
-        return hr;
+        return Call<&ITestEcho::WaitForObjects>(lExpected, plObjects);
     }
 };
 
-inline HRESULT InvokeEcho(IUnknown* pItf, uint16_t method, pal::detail::rpc::CReader& request,
-                          pal::detail::rpc::CWriter& reply)
+// The echo object: its text back; it counts the process's echo objects for WaitForObjects.
+inline std::mutex g_lock;
+inline std::condition_variable g_cvObjects;
+inline LONG g_lObjects = 0;
+inline LONG g_lCreated = 0;
+
+inline void CountObject(LONG lDelta)
 {
-    auto* pEcho = static_cast<ITestEcho*>(pItf);
-    if (method == 0) {
-        std::u16string text;
-        bool fNull = false;
-        if (!request.GetString(&text, &fNull))
-            return RPC_E_INVALID_DATA;
-        LPWSTR pszEcho = nullptr;
-        HRESULT hr =
-            pEcho->Echo(fNull ? nullptr : reinterpret_cast<LPCWSTR>(text.c_str()), &pszEcho);
-        reply.PutString(pszEcho);
-        CoTaskMemFree(pszEcho);
-        return hr;
-    }
-    uint32_t dw = 0;
-    if (method != 1 || !request.GetU32(&dw))
-        return RPC_E_INVALID_DATA;
-    LONG lObjects = 0;
-    HRESULT hr = pEcho->WaitForObjects(static_cast<LONG>(dw), &lObjects);
-    reply.PutU32(static_cast<uint32_t>(lObjects));
-    return hr;
+    std::lock_guard lock(g_lock);
+    g_lObjects += lDelta;
+    if (lDelta > 0)
+        g_lCreated += lDelta;
+    g_cvObjects.notify_all();
 }
 
-inline const pal::detail::rpc::CMarshalerRegistration
-    g_echoMarshaler({&IID_ITestEcho, &pal::detail::rpc::CreateProxy<CEchoProxy>, &InvokeEcho});
+// Made as CComObject<CEcho>.
+class CEcho : public CComObjectRootEx<CComMultiThreadModel>, public ITestEcho
+{
+public:
+    BEGIN_COM_MAP(CEcho)
+    COM_INTERFACE_ENTRY(ITestEcho)
+    END_COM_MAP()
+
+    CEcho() { CountObject(1); }
+    ~CEcho() { CountObject(-1); }
+    // A new object with one reference.
+    static ITestEcho* Create()
+    {
+        CComObject<CEcho>* pEcho = nullptr;
+        CComObject<CEcho>::CreateInstance(&pEcho);
+        pEcho->AddRef();
+        return pEcho;
+    }
+    STDMETHODIMP Echo(LPCWSTR pszText, LPWSTR* ppszEcho) override
+    {
+        *ppszEcho = nullptr;
+        if (!pszText)
+            return E_POINTER;
+        size_t cb = (std::char_traits<WCHAR>::length(pszText) + 1) * sizeof(WCHAR);
+        *ppszEcho = static_cast<LPWSTR>(CoTaskMemAlloc(cb));
+        memcpy(*ppszEcho, pszText, cb);
+        return S_OK;
+    }
+    STDMETHODIMP WaitForObjects(LONG lExpected, LONG* plObjects) override
+    {
+        std::unique_lock lock(g_lock);
+        g_cvObjects.wait_for(lock, std::chrono::seconds(10),
+                             [&] { return g_lObjects == lExpected; });
+        *plObjects = g_lObjects;
+        return S_OK;
+    }
+};
+
+inline const rpc::CMarshalerRegistration g_echoMarshaler(EchoMethods::Marshaler<CEchoProxy>());
 
 } // namespace orvtest::com
