@@ -4,6 +4,7 @@
 #include "pal/objbase.h"
 #include "pal/processthreadsapi.h"
 #include "pal/synchapi.h"
+#include "pal/vsprov.h"
 #include "pal/winsvc.h"
 #include "tests/pal/registry/registry_testing.h"
 #include "tests/support/paltest.h"
@@ -91,8 +92,16 @@ TEST_F(ProviderActivationTest, StartsTheServiceAndStopsItAfterTheLastRelease)
                                            IID_IUnknown, reinterpret_cast<void**>(&pProvider)));
         // Started by the first activation, refused or not.
         EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_RUNNING; }));
-        if (pProvider)
-            pProvider->Release();
+        if (!pProvider)
+            continue;
+        // The provider's own interfaces reach the object in the service.
+        IVssHardwareSnapshotProviderEx* pHardware = nullptr;
+        ASSERT_HR(S_OK, pProvider->QueryInterface(IID_IVssHardwareSnapshotProviderEx,
+                                                  reinterpret_cast<void**>(&pHardware)));
+        ULONGLONG ullMask = 0;
+        EXPECT_HR(VSS_E_PROVIDER_VETO, pHardware->GetProviderCapabilities(&ullMask));
+        pHardware->Release();
+        pProvider->Release();
     }
     EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
     EXPECT_EQ(std::string::npos, Trace().find("Waiting for module lock count"));
