@@ -8,6 +8,7 @@
 #include "pal/winsvc.h"
 #include "sim/vss/state.h"
 #include "sim/vss/vsssim.h"
+#include "tests/host/support/tracefiles.h"
 #include "tests/pal/registry/registry_testing.h"
 
 #include <fstream>
@@ -219,18 +220,6 @@ protected:
         return text;
     }
 
-    // The files of the log are UTF-16 with a few narrow lines; the rows look for ASCII text.
-    std::string Trace() const
-    {
-        std::string text;
-        for (const auto& entry : std::filesystem::directory_iterator(m_dir))
-            if (std::ifstream file(entry.path(), std::ios::binary);
-                entry.path().extension() == ".log")
-                text.append(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-        std::erase(text, '\0');
-        return text;
-    }
-
     std::filesystem::path m_dir;
     std::filesystem::path m_exe;
 };
@@ -251,7 +240,8 @@ TEST_P(OrvprovTest, LeavesTheMachineAsExpected)
     EXPECT_HR(row.dwExitCode, dwCode) << result.err;
     EXPECT_EQ(row.console, result.out + result.err);
     if (*row.trace) {
-        EXPECT_NE(std::string::npos, Trace().find(row.trace)) << Trace();
+        EXPECT_NE(std::string::npos, orvtest::host::TraceText(m_dir).find(row.trace))
+            << orvtest::host::TraceText(m_dir);
     }
     EXPECT_EQ(ExpectedCom(row.pszAppIdValues, m_exe.string(), m_dir.string()), Com());
     EXPECT_EQ(row.service, Service());

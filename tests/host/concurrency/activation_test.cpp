@@ -6,6 +6,7 @@
 #include "pal/synchapi.h"
 #include "pal/vsprov.h"
 #include "pal/winsvc.h"
+#include "tests/host/support/tracefiles.h"
 #include "tests/pal/registry/registry_testing.h"
 #include "tests/support/paltest.h"
 #include "tests/support/pipedchild.h"
@@ -13,8 +14,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 
 namespace {
 
@@ -61,18 +60,6 @@ protected:
         return QueryServiceStatus(m_hService, &status) ? status.dwCurrentState : 0;
     }
 
-    // The service's trace, as ASCII.
-    std::string Trace() const
-    {
-        std::string text;
-        for (const auto& entry : std::filesystem::directory_iterator(m_dir))
-            if (std::ifstream file(entry.path(), std::ios::binary);
-                entry.path().extension() == ".log")
-                text.append(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-        std::erase(text, '\0');
-        return text;
-    }
-
     std::filesystem::path m_dir;
     SC_HANDLE m_hManager = nullptr;
     SC_HANDLE m_hService = nullptr;
@@ -104,7 +91,8 @@ TEST_F(ProviderActivationTest, StartsTheServiceAndStopsItAfterTheLastRelease)
         pProvider->Release();
     }
     EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
-    EXPECT_EQ(std::string::npos, Trace().find("Waiting for module lock count"));
+    EXPECT_EQ(std::string::npos,
+              orvtest::host::TraceText(m_dir).find("Waiting for module lock count"));
 }
 
 TEST_F(ProviderActivationTest, StopsAfterItsKilledClientIsRunDown)
@@ -134,8 +122,8 @@ TEST_F(ProviderActivationTest, DrainsAStopWhileAClientHoldsIt)
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(hProcess, INFINITE));
     CloseHandle(hProcess);
     EXPECT_EQ(DWORD(SERVICE_STOPPED), State());
-    EXPECT_NE(std::string::npos,
-              Trace().find("Waiting for module lock count to reach zero, dwLocks=1"));
+    EXPECT_NE(std::string::npos, orvtest::host::TraceText(m_dir).find(
+                                     "Waiting for module lock count to reach zero, dwLocks=1"));
     // The drain over, the service ended with the client still holding its proxy.
     IUnknown* pFactory = nullptr;
     EXPECT_HR(HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE),

@@ -1,13 +1,12 @@
-// The test server of out-of-process COM. "serve [admins|journal]" registers CLSID_TestEcho and
-// CLSID_TestProvider as local servers (with "admins", CoInitializeSecurity admits Administrators
-// only; with "journal", the provider says each call it receives), says "ready" and serves until
+// The test server of out-of-process COM. "serve [journal]" registers CLSID_TestEcho and
+// CLSID_TestProvider as local servers (with "journal", the provider says each call it receives),
+// says "ready" and serves until
 // its standard input closes. "hold N [CLSID]" creates N echo objects (or N objects of CLSID,
 // asked as IUnknown) from the server that serves the class, says "held" and keeps them until it
 // is killed or its input closes.
 // Started by COM's activation (a last argument "-Embedding"): "embedded" serves as "serve" does
 // until its last object has gone, "exit" ends at once, "silent" never registers the class.
 #include "pal/atlcom.h"
-#include "pal/iaccess.h"
 #include "tests/pal/com/program/echo.h"
 #include "tests/pal/com/program/provider.h"
 
@@ -140,29 +139,6 @@ public:
     }
 };
 
-HRESULT AdmitAdministratorsOnly()
-{
-    IAccessControl* pAccess = nullptr;
-    HRESULT hr = CoCreateInstance(CLSID_DCOMAccessControl, nullptr, CLSCTX_INPROC_SERVER,
-                                  IID_IAccessControl, reinterpret_cast<void**>(&pAccess));
-    if (FAILED(hr))
-        return hr;
-    ACTRL_ACCESS_ENTRYW entry = {};
-    entry.Trustee.TrusteeForm = TRUSTEE_IS_NAME;
-    entry.Trustee.ptstrName = const_cast<LPWSTR>(W("Administrators"));
-    entry.fAccessFlags = ACTRL_ACCESS_ALLOWED;
-    entry.Access = COM_RIGHTS_EXECUTE;
-    ACTRL_ACCESS_ENTRY_LISTW list = {1, &entry};
-    ACTRL_PROPERTY_ENTRYW property = {nullptr, &list, 0};
-    ACTRL_ACCESSW access = {1, &property};
-    hr = pAccess->SetAccessRights(&access);
-    if (SUCCEEDED(hr))
-        hr = CoInitializeSecurity(pAccess, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_PKT,
-                                  RPC_C_IMP_LEVEL_IDENTIFY, nullptr, EOAC_ACCESS_CONTROL, nullptr);
-    pAccess->Release();
-    return hr;
-}
-
 // Serves the class until the objects it made have all gone again.
 int ServeEmbedded()
 {
@@ -198,8 +174,6 @@ int main(int argc, char** argv)
     }
     if (strcmp(argv[1], "serve") == 0) {
         g_fJournal = argc > 2 && strcmp(argv[2], "journal") == 0;
-        if (argc > 2 && strcmp(argv[2], "admins") == 0 && FAILED(AdmitAdministratorsOnly()))
-            return 3;
         CComPtr<IClassFactory> pEchoFactory, pProviderFactory;
         DWORD dwCookie = 0, dwProviderCookie = 0;
         if (FAILED(CComClassFactoryT<CEcho>::Create(&pEchoFactory)) ||

@@ -25,8 +25,6 @@ interface ITestEcho : public IUnknown
 {
     // The text back in a task block; E_POINTER for a null text.
     STDMETHOD(Echo)(LPCWSTR pszText, LPWSTR* ppszEcho) PURE;
-    // Waits (up to ten seconds) until the server's object count is lExpected; the count then.
-    STDMETHOD(WaitForObjects)(LONG lExpected, LONG* plObjects) PURE;
 
 protected:
     ~ITestEcho() = default;
@@ -39,8 +37,7 @@ namespace rpc = pal::detail::rpc;
 
 using EchoMethods =
     rpc::Interface<ITestEcho, &IID_ITestEcho,
-                   rpc::Method<&ITestEcho::Echo, rpc::In<LPCWSTR>, rpc::Out<LPWSTR>>,
-                   rpc::Method<&ITestEcho::WaitForObjects, rpc::In<LONG>, rpc::Out<LONG>>>;
+                   rpc::Method<&ITestEcho::Echo, rpc::In<LPCWSTR>, rpc::Out<LPWSTR>>>;
 
 class CEchoProxy final : public rpc::CProxyOf<EchoMethods>
 {
@@ -50,13 +47,9 @@ public:
     {
         return Call<&ITestEcho::Echo>(pszText, ppszEcho);
     }
-    STDMETHODIMP WaitForObjects(LONG lExpected, LONG* plObjects) override
-    {
-        return Call<&ITestEcho::WaitForObjects>(lExpected, plObjects);
-    }
 };
 
-// The echo object: its text back; it counts the process's echo objects for WaitForObjects.
+// The echo object: its text back; it counts the process's echo objects.
 inline std::mutex g_lock;
 inline std::condition_variable g_cvObjects;
 inline LONG g_lObjects = 0;
@@ -97,14 +90,6 @@ public:
         size_t cb = (std::char_traits<WCHAR>::length(pszText) + 1) * sizeof(WCHAR);
         *ppszEcho = static_cast<LPWSTR>(CoTaskMemAlloc(cb));
         memcpy(*ppszEcho, pszText, cb);
-        return S_OK;
-    }
-    STDMETHODIMP WaitForObjects(LONG lExpected, LONG* plObjects) override
-    {
-        std::unique_lock lock(g_lock);
-        g_cvObjects.wait_for(lock, std::chrono::seconds(10),
-                             [&] { return g_lObjects == lExpected; });
-        *plObjects = g_lObjects;
         return S_OK;
     }
 };
