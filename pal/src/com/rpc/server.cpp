@@ -71,6 +71,22 @@ kj::Promise<COutcome> OnWorker(Job job)
     return kj::mv(paf.promise);
 }
 
+// The answer of a call whose result is one interface pointer: it is served to the caller under
+// the caller's account.
+template <class Context>
+auto AnswerWithObject(Context context, std::string account)
+{
+    return [context, account = std::move(account)](COutcome&& outcome) mutable {
+        auto results = context.getResults();
+        results.setHr(outcome.m_hr);
+        if (!outcome.m_objects.empty()) {
+            auto object = outcome.m_objects[0];
+            outcome.m_objects.clear();
+            results.setObject(ServeObject(object.second, object.first, account));
+        }
+    };
+}
+
 class CObjectServer final : public ComObject::Server
 {
 public:
@@ -105,15 +121,7 @@ protected:
                    }
                    pItf->Release();
                })
-            .then([context, account](COutcome&& outcome) mutable {
-                auto results = context.getResults();
-                results.setHr(outcome.m_hr);
-                if (!outcome.m_objects.empty()) {
-                    auto object = outcome.m_objects[0];
-                    outcome.m_objects.clear();
-                    results.setObject(ServeObject(object.second, object.first, account));
-                }
-            });
+            .then(AnswerWithObject(context, account));
     }
 
     kj::Promise<void> call(CallContext context) override
@@ -219,15 +227,7 @@ protected:
                            outcome.m_objects.emplace_back(iid, pItf);
                    }
                })
-            .then([context, account](COutcome&& outcome) mutable {
-                auto results = context.getResults();
-                results.setHr(outcome.m_hr);
-                if (!outcome.m_objects.empty()) {
-                    auto object = outcome.m_objects[0];
-                    outcome.m_objects.clear();
-                    results.setObject(ServeObject(object.second, object.first, account));
-                }
-            });
+            .then(AnswerWithObject(context, account));
     }
 
 private:
