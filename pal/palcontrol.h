@@ -105,6 +105,13 @@ struct HostProfile
 void SetHostProfile(const HostProfile& profile);
 HostProfile GetHostProfile();
 
+// ---- COM --------------------------------------------------------------------------------------
+// The class registered under `dwCookie` stands for the server of another process that the
+// emulation serves in this one (the simulated storage service in the provider's process): this
+// process's CoSuspendClassObjects and last CoReleaseServerProcess leave it available, as they
+// would on Windows. False for an unknown cookie.
+bool ServeAsAnotherProcess(DWORD dwCookie);
+
 // ---- Registry ----------------------------------------------------------------------------------
 // RegNotifyChangeKeyValue calls armed in this process and not yet signalled, so a test can wait
 // until a watcher thread is listening before it makes a change.

@@ -148,6 +148,11 @@ HRESULT CStorageService::Start()
     if (SUCCEEDED(hr))
         hr = CoRegisterClassObject(CLSID_HyperVSupport, pHyperV, CLSCTX_LOCAL_SERVER,
                                    REGCLS_MULTIPLEUSE, &m_dwHyperVCookie);
+    if (SUCCEEDED(hr)) {
+        // On a real machine the storage service is a process of its own.
+        pal::ServeAsAnotherProcess(m_dwVssCookie);
+        pal::ServeAsAnotherProcess(m_dwHyperVCookie);
+    }
     if (pVss)
         pVss->Release();
     if (pHyperV)

@@ -2,6 +2,7 @@
 // own classes, and the activation that finds them.
 #include "pal/iaccess.h"
 #include "pal/objbase.h"
+#include "pal/palcontrol.h"
 #include "pal/src/base/internal.h"
 #include "pal/src/com/rpc/activation.h"
 #include "pal/src/com/runtime.h"
@@ -21,6 +22,8 @@ struct CRegistration
     DWORD m_dwFlags;
     bool m_fSuspended; // REGCLS_SUSPENDED and not yet resumed
     bool m_fUsed;      // a REGCLS_SINGLEUSE registration that has served its request
+    // Stands for the server of another process, so this process's suspension leaves it alone.
+    bool m_fOtherProcess = false;
 };
 
 struct CClassTable
@@ -129,7 +132,7 @@ HRESULT FindClassObject(REFCLSID rclsid, DWORD dwClsContext, IUnknown** ppUnk)
         }
         if ((dwClsContext & (CLSCTX_LOCAL_SERVER | CLSCTX_REMOTE_SERVER)) &&
             (reg.m_dwContext & CLSCTX_LOCAL_SERVER)) {
-            if (table.m_fSuspended || reg.m_fSuspended)
+            if ((table.m_fSuspended && !reg.m_fOtherProcess) || reg.m_fSuspended)
                 fLocalStopping = true;
             else if (!pLocal)
                 pLocal = &reg;
@@ -317,6 +320,19 @@ ULONG WINAPI CoReleaseServerProcess()
     if (table.m_ulServerRefs > 0 && --table.m_ulServerRefs == 0)
         table.m_fSuspended = true;
     return table.m_ulServerRefs;
+}
+
+bool pal::ServeAsAnotherProcess(DWORD dwCookie)
+{
+    CClassTable& table = Table();
+    std::lock_guard lock(table.m_lock);
+    for (CRegistration& reg : table.m_registrations) {
+        if (reg.m_dwCookie == dwCookie) {
+            reg.m_fOtherProcess = true;
+            return true;
+        }
+    }
+    return false;
 }
 
 HRESULT pal::detail::FindLocalServerClassObject(REFCLSID rclsid, IUnknown** ppUnk)
