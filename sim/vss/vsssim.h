@@ -1,12 +1,14 @@
-// The simulated Volume Shadow Copy Service: the coordinator's registry of providers.
+// The simulated Volume Shadow Copy Service: the coordinator's registry of providers and its
+// shadow copies.
 //
-// The registrations live in SQLite under the machine root (<root>/vss.db), so that orvsim and
-// the process under test share them. A process that starts CVssCoordinator serves
-// CLSID_VSSCoordinator as a local-server class object of its own, whose objects implement
-// IVssAdmin (see "VSS coordinator" in docs/ARCHITECTURE.md).
+// The registrations and the inventory of shadow copies live in SQLite under the machine root
+// (<root>/vss.db), so that orvsim and the process under test share them. A process that starts
+// CVssCoordinator serves CLSID_VSSCoordinator as a local-server class object of its own, whose
+// objects implement IVssAdmin (see "VSS coordinator" in docs/ARCHITECTURE.md).
 #pragma once
 
 #include "pal/vsadmin.h"
+#include "pal/vss.h"
 #include "pal/windef.h"
 #include "pal/winerror.h"
 
@@ -35,6 +37,46 @@ inline constexpr const WCHAR* kSystemProviderVersion = u"1.0.0.7";
 constexpr LONG kEveryCall = -1;
 HRESULT SetFault(const std::string& method, HRESULT hr, LONG lTimes = kEveryCall);
 HRESULT ClearFaults();
+
+// ---- Shadow copies ----
+// What the inventory keeps of one shadow copy (see "VSS simulation: shadow copies" in
+// docs/ARCHITECTURE.md).
+struct ShadowCopyInfo
+{
+    VSS_ID snapshotId;
+    VSS_ID setId;
+    VSS_ID providerId;
+    LONG lContext;                 // the context the set was made in, attributes included
+    LONG lAttributes;              // VSS_VOLSNAP_ATTR_* of the shadow copy
+    std::u16string originalVolume; // the volume's mount point, "E:\"
+    // "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopyN"; empty for a transportable
+    // shadow copy, which is not surfaced on this host.
+    std::u16string deviceName;
+    std::u16string diskName;  // the disk that appeared for it, "\\.\PhysicalDriveN" then
+    VSS_TIMESTAMP tsCreation; // FILETIME (UTC) of the commit
+    std::string sourceLun;    // the records, as EncodeLunInformation writes them
+    std::string targetLun;
+    std::u16string exposedName; // empty while not exposed
+};
+
+// Makes a shadow copy of each volume (a drive or mount point, "E:" or "E:\") as VSS does
+// with the registered hardware providers: the first that supports every volume's LUN does the
+// whole set. The context is VSS_CTX_BACKUP or another VSS_CTX_* value, with
+// VSS_VOLSNAP_ATTR_PERSISTENT, _NO_AUTO_RELEASE, _TRANSPORTABLE, _NO_AUTORECOVERY or
+// _ROLLBACK_RECOVERY added. The calling thread must have initialised COM. Answers VSS's
+// codes: E_INVALIDARG for no volume or an unknown context, VSS_E_OBJECT_NOT_FOUND for a volume
+// the host does not have, VSS_E_OBJECT_ALREADY_EXISTS for a volume named twice,
+// VSS_E_MAXIMUM_NUMBER_OF_VOLUMES_REACHED beyond 64, VSS_E_VOLUME_NOT_SUPPORTED when no
+// provider supports them all, the provider's VSS code (VSS_E_PROVIDER_VETO, ...) or
+// VSS_E_UNEXPECTED_PROVIDER_ERROR when it fails, VSS_E_HOLD_WRITES_TIMEOUT when the commit
+// held the volumes' writes longer than 10 seconds. A failed set is aborted and leaves nothing.
+HRESULT CreateShadowCopySet(const std::vector<std::u16string>& volumes, LONG lContext,
+                            VSS_ID* pSetId, std::vector<VSS_ID>* pSnapshotIds);
+// Deletes one shadow copy: its provider is told its LUN is empty (OnLunEmpty), then the record
+// goes. VSS_E_OBJECT_NOT_FOUND for an unknown id.
+HRESULT DeleteShadowCopy(const VSS_ID& snapshotId);
+// Every shadow copy of the machine, oldest first.
+HRESULT QueryShadowCopies(std::vector<ShadowCopyInfo>* pShadowCopies);
 
 // ---- The coordinator in this process ----
 // Registers the coordinator's class object (CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE). The
