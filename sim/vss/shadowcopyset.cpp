@@ -285,10 +285,12 @@ HRESULT CShadowCopySet::Run(const storagesim::StateView& view, VSS_ID* pSetId)
 HRESULT CreateShadowCopySet(const std::vector<std::u16string>& volumes, LONG lContext,
                             VSS_ID* pSetId, std::vector<VSS_ID>* pSnapshotIds)
 {
-    if (!pSetId || !pSnapshotIds || volumes.empty() || !IsKnownContext(lContext))
+    if (!pSetId || !pSnapshotIds)
         return E_INVALIDARG;
     *pSetId = GUID_NULL;
     pSnapshotIds->clear();
+    if (volumes.empty() || !IsKnownContext(lContext))
+        return E_INVALIDARG;
     if (volumes.size() > kMaxVolumes)
         return VSS_E_MAXIMUM_NUMBER_OF_VOLUMES_REACHED;
     try {

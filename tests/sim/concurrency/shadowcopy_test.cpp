@@ -18,8 +18,8 @@
 
 namespace {
 
-constexpr LONG kPersistent = VSS_CTX_BACKUP | VSS_VOLSNAP_ATTR_PERSISTENT |
-                             VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE;
+constexpr LONG kPersistent =
+    VSS_CTX_BACKUP | VSS_VOLSNAP_ATTR_PERSISTENT | VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE;
 
 class ShadowCopyTest : public orvtest::PalTest
 {
