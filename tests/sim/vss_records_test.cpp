@@ -67,9 +67,10 @@ TEST_F(VssRecordsTest, DiskRecordsAsTheHostReportsThem)
         vsssim::CLunRecord copy;
         ASSERT_HR(S_OK, vsssim::DecodeLunInformation(bytes, &copy.Get()));
         EXPECT_EQ(bytes, vsssim::EncodeLunInformation(copy.Get()));
+        vsssim::CLunRecord cut;
         EXPECT_HR(E_INVALIDARG,
-                  vsssim::DecodeLunInformation(bytes.substr(0, bytes.size() - 1), &copy.Get()));
-        EXPECT_EQ(nullptr, copy->m_szVendorId);
+                  vsssim::DecodeLunInformation(bytes.substr(0, bytes.size() - 1), &cut.Get()));
+        EXPECT_EQ(nullptr, cut->m_szVendorId);
     }
     size_t iDisk = 0;
     EXPECT_FALSE(vsssim::FindVolumeDisk(view, "X:\\", &iDisk));
