@@ -19,7 +19,7 @@
 namespace {
 
 constexpr LONG kPersistent =
-    VSS_CTX_BACKUP | VSS_VOLSNAP_ATTR_PERSISTENT | VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE;
+    LONG{VSS_CTX_BACKUP} | VSS_VOLSNAP_ATTR_PERSISTENT | VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE;
 
 class ShadowCopyTest : public orvtest::PalTest
 {
@@ -43,8 +43,9 @@ protected:
     void TearDown() override
     {
         SERVICE_STATUS status = {};
-        if (m_hService && ControlService(m_hService, SERVICE_CONTROL_STOP, &status))
+        if (m_hService && ControlService(m_hService, SERVICE_CONTROL_STOP, &status)) {
             EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
+        }
         CloseServiceHandle(m_hService);
         CloseServiceHandle(m_hManager);
         CoUninitialize();
@@ -182,7 +183,7 @@ TEST_F(ShadowCopyTest, RefusalsLeaveNothing)
     };
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.pszWhy);
-        VSS_ID setId = {1};
+        VSS_ID setId = {1, 0, 0, {0}};
         std::vector<VSS_ID> ids(1);
         EXPECT_HR(row.hr, vsssim::CreateShadowCopySet(row.volumes, row.lContext, &setId, &ids));
         EXPECT_TRUE(IsEqualGUID(GUID_NULL, setId));
