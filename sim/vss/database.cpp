@@ -26,14 +26,15 @@ const char* const kSchema[] = {
     " source_lun BLOB NOT NULL, target_lun BLOB NOT NULL, exposed_name BLOB NOT NULL)",
 };
 
-// The injected code for `method`, consuming one call of its rule; S_OK when there is none.
-HRESULT ConsumeFault(CDatabase& db, const char* method)
+} // namespace
+
+bool ConsumeFault(CDatabase& db, const char* method, LONGLONG* pllCode)
 {
     CStatement s = db.Prepare("SELECT code, remaining FROM faults WHERE method = ?1");
     s.Bind(1, method);
     if (!s.Step())
-        return S_OK;
-    auto hr = static_cast<HRESULT>(s.Int(0));
+        return false;
+    *pllCode = s.Int(0);
     LONGLONG remaining = s.Int(1);
     if (remaining == 1)
         db.Prepare("DELETE FROM faults WHERE method = ?1").Bind(1, method).Step();
@@ -41,10 +42,8 @@ HRESULT ConsumeFault(CDatabase& db, const char* method)
         db.Prepare("UPDATE faults SET remaining = remaining - 1 WHERE method = ?1")
             .Bind(1, method)
             .Step();
-    return hr;
+    return true;
 }
-
-} // namespace
 
 HRESULT WithState(const char* method, const std::function<HRESULT(CDatabase&)>& operation)
 {
@@ -53,7 +52,9 @@ HRESULT WithState(const char* method, const std::function<HRESULT(CDatabase&)>& 
         db.Exec("BEGIN IMMEDIATE");
         for (const char* sql : kSchema)
             db.Exec(sql);
-        HRESULT hr = method ? ConsumeFault(db, method) : S_OK;
+        LONGLONG llCode = S_OK;
+        HRESULT hr =
+            method && ConsumeFault(db, method, &llCode) ? static_cast<HRESULT>(llCode) : S_OK;
         if (SUCCEEDED(hr))
             hr = operation(db);
         // Operations write only when they succeed, and a consumed fault stays consumed.

@@ -113,6 +113,9 @@ private:
     sqlite3* m_pDb = nullptr;
 };
 
+// Consumes one call of the rule named `method`, if there is one: true with its code.
+bool ConsumeFault(CDatabase& db, const char* method, LONGLONG* pllCode);
+
 // Runs `operation` in one write transaction, after the fault rule of `method` (if any; null
 // for none). A database failure is VSS_E_UNEXPECTED, the coordinator's code for an unexpected
 // error; an exhausted heap E_OUTOFMEMORY.

@@ -44,9 +44,10 @@ private:
 HRESULT CLoadedProvider::Load(const ProviderRecord& record)
 {
     Unload();
-    CComPtr<IVssHardwareSnapshotProvider> lun;
-    HRESULT hr = CoCreateInstance(record.classId, nullptr, CLSCTX_LOCAL_SERVER,
-                                  IID_IVssHardwareSnapshotProvider, reinterpret_cast<void**>(&lun));
+    CComPtr<IVssHardwareSnapshotProviderEx> lun;
+    HRESULT hr =
+        CoCreateInstance(record.classId, nullptr, CLSCTX_LOCAL_SERVER,
+                         IID_IVssHardwareSnapshotProviderEx, reinterpret_cast<void**>(&lun));
     CComPtr<IVssProviderCreateSnapshotSet> set;
     if (SUCCEEDED(hr))
         hr = lun->QueryInterface(IID_IVssProviderCreateSnapshotSet, reinterpret_cast<void**>(&set));

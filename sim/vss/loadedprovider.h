@@ -25,12 +25,13 @@ public:
 
     bool Loaded() const { return m_lun.p != nullptr; }
     const VSS_ID& Id() const { return m_id; }
-    IVssHardwareSnapshotProvider* Luns() const { return m_lun.p; }
+    IVssHardwareSnapshotProviderEx* Luns() const { return m_lun.p; }
     IVssProviderCreateSnapshotSet* Set() const { return m_set.p; }
 
 private:
     VSS_ID m_id = GUID_NULL;
-    CComPtr<IVssHardwareSnapshotProvider> m_lun;
+    // Every hardware provider implements the extended interface; VSS asks for it at once.
+    CComPtr<IVssHardwareSnapshotProviderEx> m_lun;
     CComPtr<IVssProviderCreateSnapshotSet> m_set;
     CComPtr<IVssProviderNotifications> m_notifications;
 };

@@ -1,4 +1,5 @@
 // The shadow copies made: listed from the inventory, deleted through their provider.
+#include "faults.h"
 #include "inventory.h"
 #include "loadedprovider.h"
 #include "lunbuilder.h"
@@ -24,7 +25,9 @@ HRESULT DeleteShadowCopy(const VSS_ID& snapshotId)
         detail::CLoadedProvider provider;
         if (FAILED(hr = provider.Load(record)))
             return detail::ProviderFailure(hr);
-        hr = provider.Luns()->OnLunEmpty(copy.diskName.data(), &target.Get());
+        hr = detail::CallProvider("OnLunEmpty", [&] {
+            return provider.Luns()->OnLunEmpty(copy.diskName.data(), &target.Get());
+        });
         provider.Unload();
         if (FAILED(hr))
             return detail::ProviderFailure(hr);

@@ -1,10 +1,14 @@
 // CreateShadowCopySet: the sequence of calls VSS makes to a hardware provider to make one
-// shadow copy set, from choosing the provider to recording the shadow copies.
+// shadow copy set, from choosing the provider to recording the shadow copies, with the writers'
+// events, the recovery of a transportable set and the injected faults at each point.
+#include "backupdocument.h"
+#include "faults.h"
 #include "hostdisks.h"
 #include "inventory.h"
 #include "loadedprovider.h"
 #include "lunbuilder.h"
 #include "lunencoding.h"
+#include "surface.h"
 #include "vsssim.h"
 
 #include "pal/combaseapi.h"
@@ -12,24 +16,33 @@
 
 #include <chrono>
 #include <memory>
-#include <set>
 
 namespace vsssim {
 
 namespace {
 
+using detail::CallProvider;
 using detail::CLoadedProvider;
+using detail::CLunRecords;
 using detail::ProviderFailure;
 
 constexpr size_t kMaxVolumes = 64;
 // How long VSS lets the volumes' writes be held around the commit.
 constexpr ULONGLONG kHoldWritesMs = 10 * 1000;
 
-// The attributes a requester may add to a context, and the contexts without them.
+// Where the recovery of a transportable set writes on each target LUN, and what: the log a
+// writer's recovery would replay onto the shadow copy.
+constexpr DWORD kRecoveryOffset = 4096;
+constexpr char kRecoveryData[] = "VSS recovery";
+
+// The attributes a requester may add to a context, and the contexts without them. VSS adds
+// AUTORECOVER and TXF_RECOVERY itself for a writer's components that need them; the caller adds
+// them here for the writers the simulation does not have.
 constexpr LONG kAddedAttributes = VSS_VOLSNAP_ATTR_PERSISTENT | VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE |
                                   VSS_VOLSNAP_ATTR_TRANSPORTABLE |
                                   VSS_VOLSNAP_ATTR_NO_AUTORECOVERY |
-                                  VSS_VOLSNAP_ATTR_ROLLBACK_RECOVERY;
+                                  VSS_VOLSNAP_ATTR_ROLLBACK_RECOVERY |
+                                  VSS_VOLSNAP_ATTR_AUTORECOVER | VSS_VOLSNAP_ATTR_TXF_RECOVERY;
 bool IsKnownContext(LONG lContext)
 {
     LONG lBase = lContext & ~kAddedAttributes;
@@ -45,25 +58,6 @@ VSS_TIMESTAMP Now()
     return std::chrono::duration_cast<std::chrono::nanoseconds>(since).count() / 100 +
            11644473600LL * 10000000LL;
 }
-
-// The records of a set, one per volume, each freed with the set.
-class CLunRecords
-{
-public:
-    explicit CLunRecords(size_t count) : m_luns(count) {}
-    CLunRecords(const CLunRecords&) = delete;
-    CLunRecords& operator=(const CLunRecords&) = delete;
-    ~CLunRecords()
-    {
-        for (auto& lun : m_luns)
-            FreeLunInformation(lun);
-    }
-    VDS_LUN_INFORMATION& operator[](size_t i) { return m_luns[i]; }
-    VDS_LUN_INFORMATION* Data() { return m_luns.data(); }
-
-private:
-    std::vector<VDS_LUN_INFORMATION> m_luns;
-};
 
 struct CVolume
 {
@@ -85,7 +79,7 @@ public:
             m_devices.push_back(volume.device.data());
     }
 
-    HRESULT Run(const storagesim::StateView& view, VSS_ID* pSetId);
+    HRESULT Run(const storagesim::StateView& view, VSS_ID* pSetId, std::string* pDocument);
     std::vector<VSS_ID> SnapshotIds() const
     {
         std::vector<VSS_ID> ids;
@@ -96,10 +90,21 @@ public:
 
 private:
     LONG Count() const { return static_cast<LONG>(m_volumes.size()); }
+    bool Recovers() const
+    {
+        return (m_lContext & VSS_VOLSNAP_ATTR_TRANSPORTABLE) &&
+               (m_lContext & (VSS_VOLSNAP_ATTR_AUTORECOVER | VSS_VOLSNAP_ATTR_TXF_RECOVERY)) &&
+               !(m_lContext & VSS_VOLSNAP_ATTR_NO_AUTORECOVERY);
+    }
     HRESULT ChooseProvider(const storagesim::StateView& view);
+    HRESULT Prepare(bool* pfPrepared);
     HRESULT Commit();
     HRESULT Surface();
-    HRESULT Record(VSS_ID* pSetId);
+    HRESULT Recover();
+    HRESULT NotifyLunState(DWORD dwFlags);
+    HRESULT FinalCommit();
+    HRESULT Record(VSS_ID* pSetId, std::string* pDocument);
+    void Abort();
 
     std::vector<CVolume> m_volumes;
     LONG m_lContext;
@@ -129,8 +134,10 @@ HRESULT CShadowCopySet::ChooseProvider(const storagesim::StateView& view)
             if (FAILED(hr))
                 return hr;
             BOOL fSupported = FALSE;
-            hr = m_provider.Luns()->AreLunsSupported(1, m_lContext, &m_devices[i], &m_sources[i],
-                                                     &fSupported);
+            hr = CallProvider("AreLunsSupported", [&] {
+                return m_provider.Luns()->AreLunsSupported(1, m_lContext, &m_devices[i],
+                                                           &m_sources[i], &fSupported);
+            });
             fAll = SUCCEEDED(hr) && fSupported;
         }
         if (fAll)
@@ -140,27 +147,59 @@ HRESULT CShadowCopySet::ChooseProvider(const storagesim::StateView& view)
     return VSS_E_VOLUME_NOT_SUPPORTED;
 }
 
+// A writer's veto at one of its events: the set is aborted, the requester sees its code.
+HRESULT WriterEvent(const char* event)
+{
+    detail::EndProcessIfInjected(event);
+    return detail::InjectedFault(event);
+}
+
+HRESULT CShadowCopySet::Prepare(bool* pfPrepared)
+{
+    HRESULT hr = S_OK;
+    for (size_t i = 0; SUCCEEDED(hr) && i < m_volumes.size(); ++i) {
+        if (FAILED(hr = CoCreateGuid(&m_volumes[i].snapshotId)))
+            return hr;
+        *pfPrepared = true;
+        hr = CallProvider("BeginPrepareSnapshot", [&] {
+            return m_provider.Luns()->BeginPrepareSnapshot(
+                m_setId, m_volumes[i].snapshotId, m_lContext, 1, &m_devices[i], &m_sources[i]);
+        });
+        hr = FAILED(hr) ? ProviderFailure(hr) : hr;
+    }
+    return hr;
+}
+
 HRESULT CShadowCopySet::Commit()
 {
     IVssProviderCreateSnapshotSet* pSet = m_provider.Set();
-    HRESULT hr = pSet->EndPrepareSnapshots(m_setId);
-    // Writers would freeze here.
-    if (SUCCEEDED(hr))
-        hr = pSet->PreCommitSnapshots(m_setId);
+    HRESULT hr = WriterEvent("Writer:PrepareForSnapshot");
+    if (FAILED(hr))
+        return hr;
+    hr = CallProvider("EndPrepareSnapshots", [&] { return pSet->EndPrepareSnapshots(m_setId); });
+    if (FAILED(hr))
+        return ProviderFailure(hr);
+    if (FAILED(hr = WriterEvent("Writer:Freeze")))
+        return hr;
+    hr = CallProvider("PreCommitSnapshots", [&] { return pSet->PreCommitSnapshots(m_setId); });
     if (FAILED(hr))
         return ProviderFailure(hr);
     // The volumes' writes are flushed (at once: the simulated volumes cache nothing) and held
     // until the provider has committed.
     ULONGLONG ullHeld = GetTickCount64();
     m_tsCommit = Now();
-    hr = pSet->CommitSnapshots(m_setId);
+    hr = CallProvider("CommitSnapshots", [&] { return pSet->CommitSnapshots(m_setId); });
     if (FAILED(hr))
         return ProviderFailure(hr);
+    if (FAILED(hr = detail::InjectedFault("HoldWrites")))
+        return hr;
     if (GetTickCount64() - ullHeld > kHoldWritesMs)
         return VSS_E_HOLD_WRITES_TIMEOUT;
-    hr = pSet->PostCommitSnapshots(m_setId, Count());
-    // Writers would thaw here.
-    return FAILED(hr) ? ProviderFailure(hr) : S_OK;
+    hr = CallProvider("PostCommitSnapshots",
+                      [&] { return pSet->PostCommitSnapshots(m_setId, Count()); });
+    if (FAILED(hr))
+        return ProviderFailure(hr);
+    return WriterEvent("Writer:Thaw");
 }
 
 HRESULT CShadowCopySet::Surface()
@@ -178,54 +217,80 @@ HRESULT CShadowCopySet::Surface()
         descriptor.m_rgIdentifiers = nullptr;
         descriptor.m_cIdentifiers = 0;
     }
-    HRESULT hr = m_provider.Luns()->GetTargetLuns(Count(), m_devices.data(), m_sources.Data(),
-                                                  m_targets.Data());
+    HRESULT hr = CallProvider("GetTargetLuns", [&] {
+        return m_provider.Luns()->GetTargetLuns(Count(), m_devices.data(), m_sources.Data(),
+                                                m_targets.Data());
+    });
     if (FAILED(hr))
         return ProviderFailure(hr);
     m_disks.assign(m_volumes.size(), std::u16string());
-    // A transportable shadow copy stays on the storage system until it is imported.
-    if (m_lContext & VSS_VOLSNAP_ATTR_TRANSPORTABLE)
+    // A transportable shadow copy stays on the storage system until it is imported, unless
+    // it is recovered first.
+    if ((m_lContext & VSS_VOLSNAP_ATTR_TRANSPORTABLE) && !Recovers())
         return S_OK;
+    return detail::SurfaceTargetLuns(m_provider, Count(), m_targets.Data(), &m_disks);
+}
 
-    storagesim::StateView before;
-    if (FAILED(hr = storagesim::ReadState(&before)))
-        return VSS_E_UNEXPECTED;
-    hr = m_provider.Luns()->LocateLuns(Count(), m_targets.Data());
-    if (FAILED(hr))
-        return ProviderFailure(hr);
-    // The host rescans: each disk that was not there is described and offered to the provider,
-    // and the ones it completes are matched to the destinations by serial number.
-    storagesim::StateView after;
-    if (FAILED(hr = storagesim::ReadState(&after)))
-        return VSS_E_UNEXPECTED;
-    std::set<std::string> known;
-    for (const auto& disk : before.disks)
-        known.insert(disk.filer + ":" + disk.path + ":" + disk.serial);
-    for (size_t iDisk = 0; iDisk < after.disks.size(); ++iDisk) {
-        const storagesim::DiskInfo& disk = after.disks[iDisk];
-        if (known.count(disk.filer + ":" + disk.path + ":" + disk.serial))
-            continue;
-        VDS_LUN_INFORMATION lun;
-        if (FAILED(hr = BuildDiskLunInformation(disk, &lun)))
-            return hr;
-        std::u16string device = DiskDeviceName(iDisk);
-        BOOL fSupported = FALSE;
-        hr = m_provider.Luns()->FillInLunInfo(device.data(), &lun, &fSupported);
-        for (LONG i = 0; SUCCEEDED(hr) && fSupported && i < Count(); ++i)
-            if (m_targets[i].m_szSerialNumber && lun.m_szSerialNumber &&
-                std::string(m_targets[i].m_szSerialNumber) == lun.m_szSerialNumber)
-                m_disks[i] = device;
-        FreeLunInformation(lun);
+HRESULT CShadowCopySet::NotifyLunState(DWORD dwFlags)
+{
+    // One call per shadow copy volume, with the LUNs that make it up.
+    for (LONG i = 0; i < Count(); ++i) {
+        HRESULT hr = CallProvider("OnLunStateChange", [&] {
+            return m_provider.Luns()->OnLunStateChange(&m_targets[i], &m_sources[i], 1, dwFlags);
+        });
         if (FAILED(hr))
             return ProviderFailure(hr);
     }
-    for (const std::u16string& disk : m_disks)
-        if (disk.empty())
-            return VSS_E_UNEXPECTED_PROVIDER_ERROR;
     return S_OK;
 }
 
-HRESULT CShadowCopySet::Record(VSS_ID* pSetId)
+HRESULT CShadowCopySet::Recover()
+{
+    // The surfaced LUNs are made writable for the recovery only, then read-only again, and
+    // masked from this host: the set stays transportable.
+    HRESULT hr = NotifyLunState(VSS_ONLUNSTATECHANGE_NOTIFY_LUN_PRE_RECOVERY);
+    if (FAILED(hr))
+        return hr;
+    storagesim::StateView view;
+    if (FAILED(storagesim::ReadState(&view)))
+        return VSS_E_UNEXPECTED;
+    for (LONG i = 0; i < Count(); ++i)
+        for (const storagesim::DiskInfo& disk : view.disks)
+            if (m_targets[i].m_szSerialNumber && disk.serial == m_targets[i].m_szSerialNumber &&
+                FAILED(storagesim::WriteLunData(disk.filer, disk.path, kRecoveryOffset,
+                                                kRecoveryData)))
+                return VSS_E_UNEXPECTED;
+    if (FAILED(hr = NotifyLunState(VSS_ONLUNSTATECHANGE_NOTIFY_LUN_POST_RECOVERY)))
+        return hr;
+    if (FAILED(hr = NotifyLunState(VSS_ONLUNSTATECHANGE_DO_MASK_LUNS)))
+        return hr;
+    m_disks.assign(m_volumes.size(), std::u16string());
+    return S_OK;
+}
+
+HRESULT CShadowCopySet::FinalCommit()
+{
+    IVssProviderCreateSnapshotSet* pSet = m_provider.Set();
+    HRESULT hr = CallProvider("PreFinalCommitSnapshots",
+                              [&] { return pSet->PreFinalCommitSnapshots(m_setId); });
+    if (SUCCEEDED(hr))
+        hr = CallProvider("PostFinalCommitSnapshots",
+                          [&] { return pSet->PostFinalCommitSnapshots(m_setId); });
+    return FAILED(hr) ? ProviderFailure(hr) : S_OK;
+}
+
+void CShadowCopySet::Abort()
+{
+    // Whatever the provider made is undone: the set, then the target LUNs that appeared.
+    CallProvider("AbortSnapshots", [&] { return m_provider.Set()->AbortSnapshots(m_setId); });
+    for (size_t i = 0; i < m_disks.size(); ++i)
+        if (!m_disks[i].empty())
+            CallProvider("OnLunEmpty", [&] {
+                return m_provider.Luns()->OnLunEmpty(m_disks[i].data(), &m_targets[i]);
+            });
+}
+
+HRESULT CShadowCopySet::Record(VSS_ID* pSetId, std::string* pDocument)
 {
     std::vector<ShadowCopyInfo> copies;
     for (size_t i = 0; i < m_volumes.size(); ++i) {
@@ -236,12 +301,16 @@ HRESULT CShadowCopySet::Record(VSS_ID* pSetId)
                           EncodeLunInformation(m_targets[i]), std::u16string()});
     }
     HRESULT hr = detail::AddShadowCopies(copies);
-    if (SUCCEEDED(hr))
-        *pSetId = m_setId;
-    return hr;
+    if (FAILED(hr))
+        return hr;
+    *pSetId = m_setId;
+    if (pDocument && (m_lContext & VSS_VOLSNAP_ATTR_TRANSPORTABLE))
+        *pDocument = detail::WriteBackupComponentsDocument(copies);
+    return S_OK;
 }
 
-HRESULT CShadowCopySet::Run(const storagesim::StateView& view, VSS_ID* pSetId)
+HRESULT CShadowCopySet::Run(const storagesim::StateView& view, VSS_ID* pSetId,
+                            std::string* pDocument)
 {
     HRESULT hr = ChooseProvider(view);
     if (FAILED(hr))
@@ -249,34 +318,19 @@ HRESULT CShadowCopySet::Run(const storagesim::StateView& view, VSS_ID* pSetId)
     if (FAILED(hr = CoCreateGuid(&m_setId)))
         return hr;
     bool fPrepared = false;
-    for (size_t i = 0; SUCCEEDED(hr) && i < m_volumes.size(); ++i) {
-        hr = CoCreateGuid(&m_volumes[i].snapshotId);
-        if (SUCCEEDED(hr)) {
-            fPrepared = true;
-            hr = m_provider.Luns()->BeginPrepareSnapshot(
-                m_setId, m_volumes[i].snapshotId, m_lContext, 1, &m_devices[i], &m_sources[i]);
-            hr = FAILED(hr) ? ProviderFailure(hr) : hr;
-        }
-    }
+    hr = Prepare(&fPrepared);
     if (SUCCEEDED(hr))
         hr = Commit();
     if (SUCCEEDED(hr))
         hr = Surface();
-    if (SUCCEEDED(hr)) {
-        HRESULT hrFinal = m_provider.Set()->PreFinalCommitSnapshots(m_setId);
-        if (SUCCEEDED(hrFinal))
-            hrFinal = m_provider.Set()->PostFinalCommitSnapshots(m_setId);
-        hr = FAILED(hrFinal) ? ProviderFailure(hrFinal) : hr;
-    }
+    if (SUCCEEDED(hr) && Recovers())
+        hr = Recover();
     if (SUCCEEDED(hr))
-        hr = Record(pSetId);
-    if (FAILED(hr) && fPrepared) {
-        // Whatever the provider made is undone: the set, then the target LUNs that appeared.
-        m_provider.Set()->AbortSnapshots(m_setId);
-        for (size_t i = 0; i < m_disks.size(); ++i)
-            if (!m_disks[i].empty())
-                m_provider.Luns()->OnLunEmpty(m_disks[i].data(), &m_targets[i]);
-    }
+        hr = FinalCommit();
+    if (SUCCEEDED(hr))
+        hr = Record(pSetId, pDocument);
+    if (FAILED(hr) && fPrepared)
+        Abort();
     return hr;
 }
 
@@ -285,10 +339,19 @@ HRESULT CShadowCopySet::Run(const storagesim::StateView& view, VSS_ID* pSetId)
 HRESULT CreateShadowCopySet(const std::vector<std::u16string>& volumes, LONG lContext,
                             VSS_ID* pSetId, std::vector<VSS_ID>* pSnapshotIds)
 {
+    return CreateShadowCopySet(volumes, lContext, pSetId, pSnapshotIds, nullptr);
+}
+
+HRESULT CreateShadowCopySet(const std::vector<std::u16string>& volumes, LONG lContext,
+                            VSS_ID* pSetId, std::vector<VSS_ID>* pSnapshotIds,
+                            std::string* pBackupComponentsDocument)
+{
     if (!pSetId || !pSnapshotIds)
         return E_INVALIDARG;
     *pSetId = GUID_NULL;
     pSnapshotIds->clear();
+    if (pBackupComponentsDocument)
+        pBackupComponentsDocument->clear();
     if (volumes.empty() || !IsKnownContext(lContext))
         return E_INVALIDARG;
     if (volumes.size() > kMaxVolumes)
@@ -309,7 +372,7 @@ HRESULT CreateShadowCopySet(const std::vector<std::u16string>& volumes, LONG lCo
             set.push_back(std::move(volume));
         }
         auto pSet = std::make_unique<CShadowCopySet>(set, lContext);
-        HRESULT hr = pSet->Run(view, pSetId);
+        HRESULT hr = pSet->Run(view, pSetId, pBackupComponentsDocument);
         if (SUCCEEDED(hr))
             *pSnapshotIds = pSet->SnapshotIds();
         return hr;

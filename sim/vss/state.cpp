@@ -1,4 +1,4 @@
-// The coordinator's SQLite state: the registered providers and the injected faults.
+// The coordinator's SQLite state: the registered providers.
 #include "state.h"
 
 #include "database.h"
@@ -64,33 +64,3 @@ HRESULT RemoveProvider(const char* method, const VSS_ID& id)
 }
 
 } // namespace vsssim::detail
-
-namespace vsssim {
-
-HRESULT SetFault(const std::string& method, HRESULT hr, LONG lTimes)
-{
-    static const char* const kMethods[] = {"RegisterProvider", "UnregisterProvider",
-                                           "QueryProviders"};
-    if (std::none_of(std::begin(kMethods), std::end(kMethods),
-                     [&](const char* p) { return method == p; }) ||
-        lTimes == 0 || lTimes < kEveryCall)
-        return E_INVALIDARG;
-    return detail::WithState(nullptr, [&](detail::CDatabase& db) {
-        db.Prepare("INSERT OR REPLACE INTO faults(method, code, remaining) VALUES (?1, ?2, ?3)")
-            .Bind(1, method.c_str())
-            .Bind(2, static_cast<LONGLONG>(hr))
-            .Bind(3, lTimes)
-            .Step();
-        return S_OK;
-    });
-}
-
-HRESULT ClearFaults()
-{
-    return detail::WithState(nullptr, [](detail::CDatabase& db) {
-        db.Exec("DELETE FROM faults");
-        return S_OK;
-    });
-}
-
-} // namespace vsssim

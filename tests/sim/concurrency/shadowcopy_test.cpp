@@ -1,6 +1,8 @@
 // Shadow copies made by the simulated VSS through the installed provider, which COM starts in
 // its own service process: the storage state, the inventory and the data of a persistent
-// shadow copy, its deletion, the refusals VSS answers, and a failed commit that leaves nothing.
+// shadow copy, its deletion, the refusals VSS answers, a failed commit that leaves nothing, a
+// set over two filers, the import of a transportable set, recovered sets, a fault at each
+// point of the sequence and VSS's process ending in the middle of a set.
 #include "host/vssregistration.h"
 #include "sim/storage/storagesim.h"
 #include "sim/vss/lunbuilder.h"
@@ -10,7 +12,11 @@
 #include "tests/support/paltest.h"
 
 #include "pal/objbase.h"
+#include "pal/palcontrol.h"
+#include "pal/paleventlog.h"
+#include "pal/regkey.h"
 #include "pal/winsvc.h"
+#include "res/orvmsg.h"
 
 #include <gtest/gtest.h>
 
@@ -62,6 +68,25 @@ protected:
         EXPECT_HR(S_OK, storagesim::ReadState(&view));
         return view;
     }
+    // The provider's events since the last call, by id.
+    std::vector<DWORD> NewEvents()
+    {
+        std::vector<pal::EventLogRecord> records;
+        EXPECT_EQ(DWORD(ERROR_SUCCESS), pal::ReadEventLog({}, &records));
+        std::vector<DWORD> ids;
+        for (size_t i = m_cEventsSeen; i < records.size(); ++i)
+            if (records[i].dwEventId != ORVPROV_EVENT_SERVICE_STARTED &&
+                records[i].dwEventId != ORVPROV_EVENT_SERVICE_STOPPED)
+                ids.push_back(records[i].dwEventId);
+        m_cEventsSeen = records.size();
+        return ids;
+    }
+    std::string LunData(const std::string& path, DWORD dwOffset, DWORD cb)
+    {
+        std::string data;
+        EXPECT_HR(S_OK, storagesim::ReadLunData(m_filer, path, dwOffset, cb, &data));
+        return data;
+    }
     static std::vector<vsssim::ShadowCopyInfo> Inventory()
     {
         std::vector<vsssim::ShadowCopyInfo> copies;
@@ -78,6 +103,7 @@ protected:
         EXPECT_EQ(0u, Inventory().size());
     }
 
+    size_t m_cEventsSeen = 0;
     SC_HANDLE m_hManager = nullptr;
     SC_HANDLE m_hService = nullptr;
     std::string m_filer, m_lunPath;
@@ -146,21 +172,40 @@ TEST_F(ShadowCopyTest, PersistentShadowCopyOfEThenItsDeletion)
     EXPECT_HR(VSS_E_OBJECT_NOT_FOUND, vsssim::DeleteShadowCopy(ids[0]));
 }
 
-TEST_F(ShadowCopyTest, TransportableShadowCopyStaysOnTheStorageSystem)
+TEST_F(ShadowCopyTest, TransportableSetImportedOnTheSameHost)
 {
-    VSS_ID setId = GUID_NULL;
+    ASSERT_HR(S_OK, storagesim::WriteLunData(m_filer, m_lunPath, 0, "at the cut"));
+    VSS_ID setId = GUID_NULL, importedId = GUID_NULL;
     std::vector<VSS_ID> ids;
-    ASSERT_HR(S_OK, vsssim::CreateShadowCopySet(
-                        {u"F:\\"}, kPersistent | VSS_VOLSNAP_ATTR_TRANSPORTABLE, &setId, &ids));
+    std::string document;
+    ASSERT_HR(S_OK,
+              vsssim::CreateShadowCopySet({u"E:\\"}, kPersistent | VSS_VOLSNAP_ATTR_TRANSPORTABLE,
+                                          &setId, &ids, &document));
+    // Not surfaced here: the snapshot stays on the filer, the document describes it.
+    ASSERT_EQ(1u, Storage().snapshots.size());
+    EXPECT_EQ(6u, Storage().disks.size());
+    ASSERT_EQ(u"", Inventory()[0].deviceName);
+    EXPECT_NE(std::string::npos, document.find("snapshotSetId=\"" + SetName(setId) + "\""));
+    EXPECT_NE(std::string::npos, document.find("snapshotId=\"" + SetName(ids[0]) + "\""));
+    ASSERT_HR(S_OK, storagesim::WriteLunData(m_filer, m_lunPath, 0, "afterwards"));
+
+    ASSERT_HR(S_OK, vsssim::ImportShadowCopySet(document, &importedId));
+    EXPECT_TRUE(IsEqualGUID(setId, importedId));
     storagesim::StateView view = Storage();
-    ASSERT_EQ(1u, view.snapshots.size());
-    EXPECT_EQ(SetName(setId), view.snapshots[0].name);
-    EXPECT_EQ(6u, view.disks.size());
+    ASSERT_EQ(7u, view.disks.size());
+    EXPECT_EQ(view.snapshots[0].targetSerial, view.disks[6].serial);
+    EXPECT_EQ("at the cut", LunData(view.disks[6].path, 0, 10));
     std::vector<vsssim::ShadowCopyInfo> copies = Inventory();
     ASSERT_EQ(1u, copies.size());
-    EXPECT_EQ(u"", copies[0].deviceName);
-    EXPECT_EQ(u"", copies[0].diskName);
-    EXPECT_EQ(u"F:\\", copies[0].originalVolume);
+    EXPECT_TRUE(IsEqualGUID(ids[0], copies[0].snapshotId));
+    EXPECT_EQ(u"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy2", copies[0].deviceName);
+    EXPECT_EQ(u"\\\\.\\PhysicalDrive6", copies[0].diskName);
+    EXPECT_EQ(kPersistent | VSS_VOLSNAP_ATTR_TRANSPORTABLE | VSS_VOLSNAP_ATTR_HARDWARE_ASSISTED |
+                  VSS_VOLSNAP_ATTR_IMPORTED,
+              copies[0].lAttributes);
+    EXPECT_HR(VSS_E_OBJECT_ALREADY_EXISTS, vsssim::ImportShadowCopySet(document, &importedId));
+    EXPECT_HR(VSS_E_INVALID_XML_DOCUMENT, vsssim::ImportShadowCopySet("<x/>", &importedId));
+    EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
 }
 
 TEST_F(ShadowCopyTest, RefusalsLeaveNothing)
@@ -202,6 +247,164 @@ TEST_F(ShadowCopyTest, FailedCommitIsAbortedAndLeavesNothing)
               vsssim::CreateShadowCopySet({u"E:", u"F:"}, kPersistent, &setId, &ids));
     ExpectNothingMade();
     EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
+}
+
+TEST_F(ShadowCopyTest, OneSetOverTwoFilers)
+{
+    std::string filer2, lun2;
+    ASSERT_HR(S_OK, storagesim::FindLunByDrive("I:\\", &filer2, &lun2));
+    ASSERT_HR(S_OK, storagesim::WriteLunData(m_filer, m_lunPath, 0, "E at the cut"));
+    ASSERT_HR(S_OK, storagesim::WriteLunData(filer2, lun2, 0, "I at the cut"));
+    VSS_ID setId = GUID_NULL;
+    std::vector<VSS_ID> ids;
+    ASSERT_HR(S_OK, vsssim::CreateShadowCopySet({u"E:", u"I:"}, kPersistent, &setId, &ids));
+    storagesim::StateView view = Storage();
+    ASSERT_EQ(2u, view.snapshots.size());
+    ASSERT_EQ(8u, view.disks.size());
+    for (size_t i = 0; i < 2; ++i) {
+        const storagesim::SnapshotInfo& snapshot = view.snapshots[i];
+        EXPECT_EQ(SetName(setId), snapshot.name);
+        std::string data;
+        ASSERT_HR(S_OK, storagesim::ReadLunData(snapshot.filer, snapshot.targetPath, 0, 12, &data));
+        EXPECT_EQ(snapshot.filer == m_filer ? "E at the cut" : "I at the cut", data);
+    }
+    EXPECT_NE(view.snapshots[0].filer, view.snapshots[1].filer);
+    std::vector<vsssim::ShadowCopyInfo> copies = Inventory();
+    ASSERT_EQ(2u, copies.size());
+    EXPECT_EQ(u"E:\\", copies[0].originalVolume);
+    EXPECT_EQ(u"I:\\", copies[1].originalVolume);
+    EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
+}
+
+TEST_F(ShadowCopyTest, RecoveredTransportableSets)
+{
+    constexpr LONG kTransportable = kPersistent | VSS_VOLSNAP_ATTR_TRANSPORTABLE;
+    struct
+    {
+        const char* pszVolume;
+        LONG lAttribute;
+        DWORD dwEnableTxf;
+        HRESULT hr;
+        bool fBackup; // the "<set>_backup" snapshot of the recovered clone
+    } const kRows[] = {
+        {"E:", VSS_VOLSNAP_ATTR_AUTORECOVER, 0, S_OK, true},
+        {"E:", VSS_VOLSNAP_ATTR_TXF_RECOVERY, 1, S_OK, true},
+        {"E:", VSS_VOLSNAP_ATTR_TXF_RECOVERY, 0, S_OK, false},
+        // verdane02: neither unlocked clones nor backup snapshots.
+        {"I:", VSS_VOLSNAP_ATTR_AUTORECOVER, 0, VSS_E_UNSUPPORTED_CONTEXT, false},
+        {"I:", VSS_VOLSNAP_ATTR_TXF_RECOVERY, 1, S_OK, false},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(std::string(row.pszVolume) + " " + std::to_string(row.lAttribute) + " " +
+                     std::to_string(row.dwEnableTxf));
+        ASSERT_HR(S_OK, storagesim::InitializeState("", ""));
+        CRegKey key;
+        ASSERT_EQ(ERROR_SUCCESS,
+                  key.Create(HKEY_LOCAL_MACHINE,
+                             W("System\\CurrentControlSet\\Services\\Orvhwsvc\\Parameters")));
+        ASSERT_EQ(ERROR_SUCCESS, key.SetDWORDValue(W("EnableTxfRecovery"), row.dwEnableTxf));
+        std::u16string volume(row.pszVolume, row.pszVolume + 2);
+        VSS_ID setId = GUID_NULL;
+        std::vector<VSS_ID> ids;
+        std::string document;
+        EXPECT_HR(row.hr, vsssim::CreateShadowCopySet({volume}, kTransportable | row.lAttribute,
+                                                      &setId, &ids, &document));
+        EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
+        storagesim::StateView view = Storage();
+        EXPECT_EQ(6u, view.disks.size()); // masked again after the recovery
+        if (FAILED(row.hr)) {
+            EXPECT_EQ(0u, view.snapshots.size());
+            continue;
+        }
+        std::vector<std::string> names;
+        for (const auto& snapshot : view.snapshots)
+            names.push_back(snapshot.name);
+        std::vector<std::string> expected = {SetName(setId)};
+        if (row.fBackup)
+            expected.push_back(SetName(setId) + "_backup");
+        EXPECT_EQ(expected, names);
+        // The recovery wrote on the target LUN, which the import surfaces.
+        ASSERT_HR(S_OK, vsssim::ImportShadowCopySet(document, &setId));
+        std::string data;
+        ASSERT_HR(S_OK, storagesim::ReadLunData(view.snapshots[0].filer, Storage().disks[6].path,
+                                                4096, 12, &data));
+        EXPECT_EQ("VSS recovery", data);
+        EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
+    }
+}
+
+TEST_F(ShadowCopyTest, FaultAtEachPointIsAbortedAndLeavesNothing)
+{
+    struct
+    {
+        const char* pszRule;
+        HRESULT hrRule;
+        HRESULT hr; // what the requester sees
+        std::vector<DWORD> events;
+    } const kRows[] = {
+        {"Call:AreLunsSupported", RPC_E_DISCONNECTED, VSS_E_VOLUME_NOT_SUPPORTED, {}},
+        {"Call:BeginPrepareSnapshot", RPC_E_DISCONNECTED, VSS_E_UNEXPECTED_PROVIDER_ERROR, {}},
+        {"Writer:PrepareForSnapshot", VSS_E_WRITERERROR_RETRYABLE, VSS_E_WRITERERROR_RETRYABLE, {}},
+        {"Call:EndPrepareSnapshots", VSS_E_PROVIDER_VETO, VSS_E_PROVIDER_VETO, {}},
+        {"Writer:Freeze", VSS_E_WRITERERROR_NONRETRYABLE, VSS_E_WRITERERROR_NONRETRYABLE, {}},
+        {"Call:CommitSnapshots", RPC_E_SERVERFAULT, VSS_E_UNEXPECTED_PROVIDER_ERROR, {}},
+        {"HoldWrites", VSS_E_HOLD_WRITES_TIMEOUT, VSS_E_HOLD_WRITES_TIMEOUT, {}},
+        {"Writer:Thaw", VSS_E_WRITERERROR_TIMEOUT, VSS_E_WRITERERROR_TIMEOUT, {}},
+        {"Call:GetTargetLuns", E_OUTOFMEMORY, E_OUTOFMEMORY, {}},
+        {"Call:LocateLuns", RPC_E_DISCONNECTED, VSS_E_UNEXPECTED_PROVIDER_ERROR, {}},
+        {"Call:FillInLunInfo", RPC_E_DISCONNECTED, VSS_E_UNEXPECTED_PROVIDER_ERROR, {}},
+        {"Call:PostFinalCommitSnapshots", RPC_E_DISCONNECTED, VSS_E_UNEXPECTED_PROVIDER_ERROR, {}},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.pszRule);
+        NewEvents();
+        ASSERT_HR(S_OK, vsssim::SetFault(row.pszRule, row.hrRule, 1));
+        VSS_ID setId = GUID_NULL;
+        std::vector<VSS_ID> ids;
+        EXPECT_HR(row.hr, vsssim::CreateShadowCopySet({u"E:"}, kPersistent, &setId, &ids));
+        EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
+        ExpectNothingMade();
+        EXPECT_EQ(row.events, NewEvents());
+    }
+}
+
+TEST_F(ShadowCopyTest, CommitSlowerThanTenSecondsOnThePlatformClock)
+{
+    // The service's clock runs as fast as the test's: the cut's 11 s pass in 0.55 s.
+    setenv("ORVSIM_CLOCK_SCALE", "20", 1);
+    pal::SetClockScale(20);
+    ASSERT_HR(S_OK, storagesim::SetDelay("CreateSnapShot1", 11000, 1));
+    VSS_ID setId = GUID_NULL;
+    std::vector<VSS_ID> ids;
+    EXPECT_HR(VSS_E_HOLD_WRITES_TIMEOUT,
+              vsssim::CreateShadowCopySet({u"E:"}, kPersistent, &setId, &ids));
+    EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
+    unsetenv("ORVSIM_CLOCK_SCALE");
+    ExpectNothingMade();
+}
+
+TEST_F(ShadowCopyTest, VssEndingInTheMiddleOfASet)
+{
+    struct
+    {
+        const char* pszPoint;
+        size_t cSnapshots; // left on the filer
+    } const kRows[] = {
+        {"EndPrepareSnapshots", 0},
+        {"Writer:Thaw", 1},
+        {"PostFinalCommitSnapshots", 1},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.pszPoint);
+        ASSERT_HR(S_OK, storagesim::InitializeState("", ""));
+        ASSERT_HR(S_OK, vsssim::SetFault(std::string("Kill:") + row.pszPoint, 3, 1));
+        orvtest::registry::ChildProcess vss({ORVSIM_EXE, "vss", "create", "E:"}, {});
+        EXPECT_EQ(3, vss.Wait().exitCode);
+        // COM's rundown releases what VSS held: the service stops by itself.
+        EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
+        EXPECT_EQ(row.cSnapshots, Storage().snapshots.size());
+        EXPECT_EQ(0u, Inventory().size());
+    }
 }
 
 } // namespace
