@@ -246,8 +246,7 @@ HRESULT CShadowCopySet::NotifyLunState(DWORD dwFlags)
 
 HRESULT CShadowCopySet::Recover()
 {
-    // The surfaced LUNs are made writable for the recovery only, then read-only again, and
-    // masked from this host: the set stays transportable.
+    // The surfaced LUNs are made writable for the recovery only, then read-only again.
     HRESULT hr = NotifyLunState(VSS_ONLUNSTATECHANGE_NOTIFY_LUN_PRE_RECOVERY);
     if (FAILED(hr))
         return hr;
@@ -260,23 +259,31 @@ HRESULT CShadowCopySet::Recover()
                 FAILED(storagesim::WriteLunData(disk.filer, disk.path, kRecoveryOffset,
                                                 kRecoveryData)))
                 return VSS_E_UNEXPECTED;
-    if (FAILED(hr = NotifyLunState(VSS_ONLUNSTATECHANGE_NOTIFY_LUN_POST_RECOVERY)))
-        return hr;
-    if (FAILED(hr = NotifyLunState(VSS_ONLUNSTATECHANGE_DO_MASK_LUNS)))
-        return hr;
-    m_disks.assign(m_volumes.size(), std::u16string());
-    return S_OK;
+    return NotifyLunState(VSS_ONLUNSTATECHANGE_NOTIFY_LUN_POST_RECOVERY);
 }
 
 HRESULT CShadowCopySet::FinalCommit()
 {
+    // The recovery writes between the two: the provider may prepare for it, and may keep what
+    // it made once the volumes are read-only for good.
     IVssProviderCreateSnapshotSet* pSet = m_provider.Set();
     HRESULT hr = CallProvider("PreFinalCommitSnapshots",
                               [&] { return pSet->PreFinalCommitSnapshots(m_setId); });
-    if (SUCCEEDED(hr))
-        hr = CallProvider("PostFinalCommitSnapshots",
-                          [&] { return pSet->PostFinalCommitSnapshots(m_setId); });
-    return FAILED(hr) ? ProviderFailure(hr) : S_OK;
+    if (FAILED(hr))
+        return ProviderFailure(hr);
+    if (Recovers() && FAILED(hr = Recover()))
+        return hr;
+    hr = CallProvider("PostFinalCommitSnapshots",
+                      [&] { return pSet->PostFinalCommitSnapshots(m_setId); });
+    if (FAILED(hr))
+        return ProviderFailure(hr);
+    if (!Recovers())
+        return S_OK;
+    // A transportable set leaves this host: its LUNs are masked, not deleted.
+    if (FAILED(hr = NotifyLunState(VSS_ONLUNSTATECHANGE_DO_MASK_LUNS)))
+        return hr;
+    m_disks.assign(m_volumes.size(), std::u16string());
+    return S_OK;
 }
 
 void CShadowCopySet::Abort()
@@ -323,8 +330,6 @@ HRESULT CShadowCopySet::Run(const storagesim::StateView& view, VSS_ID* pSetId,
         hr = Commit();
     if (SUCCEEDED(hr))
         hr = Surface();
-    if (SUCCEEDED(hr) && Recovers())
-        hr = Recover();
     if (SUCCEEDED(hr))
         hr = FinalCommit();
     if (SUCCEEDED(hr))

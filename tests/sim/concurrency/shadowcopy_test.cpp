@@ -68,7 +68,7 @@ protected:
         EXPECT_HR(S_OK, storagesim::ReadState(&view));
         return view;
     }
-    // The provider's events since the last call, by id.
+    // The provider's events since the last call, by id, without its service's and its load's.
     std::vector<DWORD> NewEvents()
     {
         std::vector<pal::EventLogRecord> records;
@@ -76,7 +76,9 @@ protected:
         std::vector<DWORD> ids;
         for (size_t i = m_cEventsSeen; i < records.size(); ++i)
             if (records[i].dwEventId != ORVPROV_EVENT_SERVICE_STARTED &&
-                records[i].dwEventId != ORVPROV_EVENT_SERVICE_STOPPED)
+                records[i].dwEventId != ORVPROV_EVENT_SERVICE_STOPPED &&
+                records[i].dwEventId != ORVPROV_EVENT_PROVIDER_LOADED &&
+                records[i].dwEventId != ORVPROV_EVENT_PROVIDER_UNLOADED)
                 ids.push_back(records[i].dwEventId);
         m_cEventsSeen = records.size();
         return ids;
@@ -285,14 +287,13 @@ TEST_F(ShadowCopyTest, RecoveredTransportableSets)
         LONG lAttribute;
         DWORD dwEnableTxf;
         HRESULT hr;
-        bool fBackup; // the "<set>_backup" snapshot of the recovered clone
     } const kRows[] = {
-        {"E:", VSS_VOLSNAP_ATTR_AUTORECOVER, 0, S_OK, true},
-        {"E:", VSS_VOLSNAP_ATTR_TXF_RECOVERY, 1, S_OK, true},
-        {"E:", VSS_VOLSNAP_ATTR_TXF_RECOVERY, 0, S_OK, false},
+        {"E:", VSS_VOLSNAP_ATTR_AUTORECOVER, 0, S_OK},
+        {"E:", VSS_VOLSNAP_ATTR_TXF_RECOVERY, 1, S_OK},
+        {"E:", VSS_VOLSNAP_ATTR_TXF_RECOVERY, 0, S_OK},
         // verdane02: neither unlocked clones nor backup snapshots.
-        {"I:", VSS_VOLSNAP_ATTR_AUTORECOVER, 0, VSS_E_UNSUPPORTED_CONTEXT, false},
-        {"I:", VSS_VOLSNAP_ATTR_TXF_RECOVERY, 1, S_OK, false},
+        {"I:", VSS_VOLSNAP_ATTR_AUTORECOVER, 0, VSS_E_VOLUME_NOT_SUPPORTED},
+        {"I:", VSS_VOLSNAP_ATTR_TXF_RECOVERY, 1, S_OK},
     };
     for (const auto& row : kRows) {
         SCOPED_TRACE(std::string(row.pszVolume) + " " + std::to_string(row.lAttribute) + " " +
@@ -303,6 +304,10 @@ TEST_F(ShadowCopyTest, RecoveredTransportableSets)
                   key.Create(HKEY_LOCAL_MACHINE,
                              W("System\\CurrentControlSet\\Services\\Orvhwsvc\\Parameters")));
         ASSERT_EQ(ERROR_SUCCESS, key.SetDWORDValue(W("EnableTxfRecovery"), row.dwEnableTxf));
+        std::string filer, lun;
+        ASSERT_HR(S_OK,
+                  storagesim::FindLunByDrive(std::string(row.pszVolume) + "\\", &filer, &lun));
+        ASSERT_HR(S_OK, storagesim::WriteLunData(filer, lun, 0, "at the cut"));
         std::u16string volume(row.pszVolume, row.pszVolume + 2);
         VSS_ID setId = GUID_NULL;
         std::vector<VSS_ID> ids;
@@ -311,49 +316,58 @@ TEST_F(ShadowCopyTest, RecoveredTransportableSets)
                                                       &setId, &ids, &document));
         EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
         storagesim::StateView view = Storage();
-        EXPECT_EQ(6u, view.disks.size()); // masked again after the recovery
+        EXPECT_EQ(6u, view.disks.size()); // masked after the final commit
+        EXPECT_EQ(5u, view.luns.size());
         if (FAILED(row.hr)) {
             EXPECT_EQ(0u, view.snapshots.size());
             continue;
         }
-        std::vector<std::string> names;
-        for (const auto& snapshot : view.snapshots)
-            names.push_back(snapshot.name);
-        std::vector<std::string> expected = {SetName(setId)};
-        if (row.fBackup)
-            expected.push_back(SetName(setId) + "_backup");
-        EXPECT_EQ(expected, names);
-        // The recovery wrote on the target LUN, which the import surfaces.
+        // The provider masks by deleting the recovered target LUN, and the "<set>_backup"
+        // snapshot it made of it at the final commit goes with it: the set's snapshot is all
+        // that stays, and the import surfaces the data of the cut without the recovery's bytes.
+        ASSERT_EQ(1u, view.snapshots.size());
+        EXPECT_EQ(SetName(setId), view.snapshots[0].name);
         ASSERT_HR(S_OK, vsssim::ImportShadowCopySet(document, &setId));
+        const std::string target = Storage().disks[6].path;
         std::string data;
-        ASSERT_HR(S_OK, storagesim::ReadLunData(view.snapshots[0].filer, Storage().disks[6].path,
-                                                4096, 12, &data));
-        EXPECT_EQ("VSS recovery", data);
+        ASSERT_HR(S_OK, storagesim::ReadLunData(filer, target, 0, 10, &data));
+        EXPECT_EQ("at the cut", data);
+        ASSERT_HR(S_OK, storagesim::ReadLunData(filer, target, 4096, 12, &data));
+        EXPECT_EQ(std::string(12, '\0'), data);
         EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
     }
 }
 
 TEST_F(ShadowCopyTest, FaultAtEachPointIsAbortedAndLeavesNothing)
 {
+    constexpr DWORD S = ORVPROV_EVENT_SOURCE_LUN_ADDED, C = ORVPROV_EVENT_COMMIT_COMPLETED,
+                    M = ORVPROV_EVENT_LUN_MAPPED, A = ORVPROV_EVENT_ABORT_CALLED,
+                    D = ORVPROV_EVENT_LUN_DELETED;
     struct
     {
         const char* pszRule;
         HRESULT hrRule;
-        HRESULT hr; // what the requester sees
-        std::vector<DWORD> events;
+        HRESULT hr;                // what the requester sees
+        std::vector<DWORD> events; // between the provider's load and unload
     } const kRows[] = {
         {"Call:AreLunsSupported", RPC_E_DISCONNECTED, VSS_E_VOLUME_NOT_SUPPORTED, {}},
-        {"Call:BeginPrepareSnapshot", RPC_E_DISCONNECTED, VSS_E_UNEXPECTED_PROVIDER_ERROR, {}},
-        {"Writer:PrepareForSnapshot", VSS_E_WRITERERROR_RETRYABLE, VSS_E_WRITERERROR_RETRYABLE, {}},
-        {"Call:EndPrepareSnapshots", VSS_E_PROVIDER_VETO, VSS_E_PROVIDER_VETO, {}},
-        {"Writer:Freeze", VSS_E_WRITERERROR_NONRETRYABLE, VSS_E_WRITERERROR_NONRETRYABLE, {}},
-        {"Call:CommitSnapshots", RPC_E_SERVERFAULT, VSS_E_UNEXPECTED_PROVIDER_ERROR, {}},
-        {"HoldWrites", VSS_E_HOLD_WRITES_TIMEOUT, VSS_E_HOLD_WRITES_TIMEOUT, {}},
-        {"Writer:Thaw", VSS_E_WRITERERROR_TIMEOUT, VSS_E_WRITERERROR_TIMEOUT, {}},
-        {"Call:GetTargetLuns", E_OUTOFMEMORY, E_OUTOFMEMORY, {}},
-        {"Call:LocateLuns", RPC_E_DISCONNECTED, VSS_E_UNEXPECTED_PROVIDER_ERROR, {}},
-        {"Call:FillInLunInfo", RPC_E_DISCONNECTED, VSS_E_UNEXPECTED_PROVIDER_ERROR, {}},
-        {"Call:PostFinalCommitSnapshots", RPC_E_DISCONNECTED, VSS_E_UNEXPECTED_PROVIDER_ERROR, {}},
+        {"Call:BeginPrepareSnapshot", RPC_E_DISCONNECTED, VSS_E_UNEXPECTED_PROVIDER_ERROR, {A}},
+        {"Writer:PrepareForSnapshot",
+         VSS_E_WRITERERROR_RETRYABLE,
+         VSS_E_WRITERERROR_RETRYABLE,
+         {S, A}},
+        {"Call:EndPrepareSnapshots", VSS_E_PROVIDER_VETO, VSS_E_PROVIDER_VETO, {S, A}},
+        {"Writer:Freeze", VSS_E_WRITERERROR_NONRETRYABLE, VSS_E_WRITERERROR_NONRETRYABLE, {S, A}},
+        {"Call:CommitSnapshots", RPC_E_SERVERFAULT, VSS_E_UNEXPECTED_PROVIDER_ERROR, {S, A}},
+        {"HoldWrites", VSS_E_HOLD_WRITES_TIMEOUT, VSS_E_HOLD_WRITES_TIMEOUT, {S, A}},
+        {"Writer:Thaw", VSS_E_WRITERERROR_TIMEOUT, VSS_E_WRITERERROR_TIMEOUT, {S, C, A}},
+        {"Call:GetTargetLuns", E_OUTOFMEMORY, E_OUTOFMEMORY, {S, C, A}},
+        {"Call:LocateLuns", RPC_E_DISCONNECTED, VSS_E_UNEXPECTED_PROVIDER_ERROR, {S, C, A}},
+        {"Call:FillInLunInfo", RPC_E_DISCONNECTED, VSS_E_UNEXPECTED_PROVIDER_ERROR, {S, C, M, A}},
+        {"Call:PostFinalCommitSnapshots",
+         RPC_E_DISCONNECTED,
+         VSS_E_UNEXPECTED_PROVIDER_ERROR,
+         {S, C, M, A, D}},
     };
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.pszRule);
@@ -373,7 +387,7 @@ TEST_F(ShadowCopyTest, CommitSlowerThanTenSecondsOnThePlatformClock)
     // The service's clock runs as fast as the test's: the cut's 11 s pass in 0.55 s.
     setenv("ORVSIM_CLOCK_SCALE", "20", 1);
     pal::SetClockScale(20);
-    ASSERT_HR(S_OK, storagesim::SetDelay("CreateSnapShot1", 11000, 1));
+    ASSERT_HR(S_OK, storagesim::SetDelay("Finish_CreateSnapShot1", 11000, 1));
     VSS_ID setId = GUID_NULL;
     std::vector<VSS_ID> ids;
     EXPECT_HR(VSS_E_HOLD_WRITES_TIMEOUT,
@@ -381,18 +395,26 @@ TEST_F(ShadowCopyTest, CommitSlowerThanTenSecondsOnThePlatformClock)
     EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
     unsetenv("ORVSIM_CLOCK_SCALE");
     ExpectNothingMade();
+    // The provider saw its commit take 11 s and says so.
+    EXPECT_EQ((std::vector<DWORD>{ORVPROV_EVENT_SOURCE_LUN_ADDED, ORVPROV_EVENT_COMMIT_SLOW,
+                                  ORVPROV_EVENT_ABORT_CALLED}),
+              NewEvents());
 }
 
 TEST_F(ShadowCopyTest, VssEndingInTheMiddleOfASet)
 {
+    constexpr DWORD S = ORVPROV_EVENT_SOURCE_LUN_ADDED, C = ORVPROV_EVENT_COMMIT_COMPLETED,
+                    M = ORVPROV_EVENT_LUN_MAPPED;
+    // Nothing aborts the set: what the provider made before VSS ended stays on the filer.
     struct
     {
         const char* pszPoint;
-        size_t cSnapshots; // left on the filer
+        size_t cSnapshots, cLuns, cDisks;
+        std::vector<DWORD> events;
     } const kRows[] = {
-        {"EndPrepareSnapshots", 0},
-        {"Writer:Thaw", 1},
-        {"PostFinalCommitSnapshots", 1},
+        {"EndPrepareSnapshots", 0, 5, 6, {S}},
+        {"Writer:Thaw", 1, 5, 6, {S, C}},
+        {"PostFinalCommitSnapshots", 1, 6, 7, {S, C, M}},
     };
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.pszPoint);
@@ -402,7 +424,11 @@ TEST_F(ShadowCopyTest, VssEndingInTheMiddleOfASet)
         EXPECT_EQ(3, vss.Wait().exitCode);
         // COM's rundown releases what VSS held: the service stops by itself.
         EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
-        EXPECT_EQ(row.cSnapshots, Storage().snapshots.size());
+        storagesim::StateView view = Storage();
+        EXPECT_EQ(row.cSnapshots, view.snapshots.size());
+        EXPECT_EQ(row.cLuns, view.luns.size());
+        EXPECT_EQ(row.cDisks, view.disks.size());
+        EXPECT_EQ(row.events, NewEvents());
         EXPECT_EQ(0u, Inventory().size());
     }
 }
