@@ -103,11 +103,12 @@ HRESULT ReadState(StateView* pView)
         while (s.Step())
             pView->snapshots.push_back({s.Text(0), s.Text(1), s.Text(2),
                                         static_cast<DWORD>(s.Int(3)), s.Text(4), s.Text(5)});
-        auto d = state.Prepare("SELECT f.name, l.path, d.vendor, d.serial, d.transport, d.port,"
-                               " d.bus, d.target, d.lunno, d.mount_points, d.readonly, d.shared,"
-                               " sn.name FROM disks d LEFT JOIN luns l ON l.id = d.lun"
-                               " LEFT JOIN filers f ON f.id = l.filer"
-                               " LEFT JOIN snapshots sn ON sn.id = l.snapshot ORDER BY d.id");
+        auto d = state.Prepare(
+            "SELECT f.name, l.path, d.vendor, d.serial, d.transport, d.port,"
+            " d.bus, d.target, d.lunno, d.mount_points, d.readonly, d.shared,"
+            " sn.name, d.product, d.revision FROM disks d LEFT JOIN luns l ON l.id = d.lun"
+            " LEFT JOIN filers f ON f.id = l.filer"
+            " LEFT JOIN snapshots sn ON sn.id = l.snapshot ORDER BY d.id");
         while (d.Step()) {
             DiskInfo disk;
             disk.filer = d.Text(0);
@@ -116,6 +117,8 @@ HRESULT ReadState(StateView* pView)
             disk.serial = d.Text(3);
             detail::ReadDiskAddress(d, 4, &disk);
             disk.snapshot = d.Text(12);
+            disk.product = d.Text(13);
+            disk.revision = d.Text(14);
             pView->disks.push_back(std::move(disk));
         }
         auto t = state.Prepare("SELECT tag, drive FROM datasets ORDER BY tag, drive");

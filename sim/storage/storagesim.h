@@ -71,6 +71,9 @@ struct DiskInfo
     bool fReadonly;
     bool fShared;
     std::string snapshot; // the snapshot behind a target LUN's disk
+    // What the disk answers to a SCSI inquiry, beside its vendor and serial number.
+    std::string product;
+    std::string revision;
 };
 struct DatasetInfo
 {

@@ -31,6 +31,8 @@ std::unique_ptr<Command> AddScCommand(CLI::App& app);
 std::unique_ptr<Command> AddStorageCommand(CLI::App& app);
 // `orvsim vssadmin`: the providers registered with the VSS coordinator, as vssadmin lists them.
 std::unique_ptr<Command> AddVssadminCommand(CLI::App& app);
+// `orvsim vss`: faults injected into the simulated VSS, and a set made or imported from here.
+std::unique_ptr<Command> AddVssCommand(CLI::App& app);
 
 // `orvsim run`: runs a program as a process of the machine and prints its full exit code.
 std::unique_ptr<Command> AddRunCommand(CLI::App& app);

@@ -1,10 +1,10 @@
-#include "tests/support/lunbuilder.h"
+#include "sim/vss/lunbuilder.h"
 
 #include "pal/combaseapi.h"
 
 #include <cstring>
 
-namespace orvtest {
+namespace vsssim {
 
 namespace {
 
@@ -265,4 +265,4 @@ CLunRecord::~CLunRecord()
     FreeLunInformation(m_lun);
 }
 
-} // namespace orvtest
+} // namespace vsssim
