@@ -149,7 +149,9 @@ CDiskShadowSession::Result CDiskShadowSession::Set(const Words& words)
         LONG lOptions = 0;
         for (size_t i = 2; i < words.size(); ++i) {
             std::string option = Lower(words[i]);
-            if (option == "transportable")
+            if (option == "nowriters")
+                lOptions |= VSS_VOLSNAP_ATTR_NO_WRITERS;
+            else if (option == "transportable")
                 lOptions |= VSS_VOLSNAP_ATTR_TRANSPORTABLE;
             else if (option == "noautorecover")
                 lOptions |= VSS_VOLSNAP_ATTR_NO_AUTORECOVERY;
