@@ -129,30 +129,38 @@ TEST_F(OrvsimShadowCopyTest, PersistentShadowCopyOfEMadeListedAndDeleted)
                   "Number of shadow copies listed: 1\n",
               Normalized(r.out));
 
-    r = orvtest::registry::RunOrvsim(Root(), {"vssadmin", "list", "shadows", "/for=E:"});
-    ASSERT_EQ(0, r.exitCode) << r.err;
-    EXPECT_EQ(kVssadminBanner + "Contents of shadow copy set ID: " + set +
-                  "\n"
-                  "   Contained 1 shadow copies at creation time: <time>\n"
-                  "      Shadow Copy ID: " +
-                  id +
-                  "\n"
-                  "         Original Volume: (E:)" +
-                  kVolumeE +
-                  "\n"
-                  "         Shadow Copy Volume: " +
-                  device +
-                  "\n"
-                  "         Originating Machine: " +
-                  machine +
-                  "\n"
-                  "         Service Machine: " +
-                  machine +
-                  "\n"
-                  "         Provider: 'Verdane VSS Hardware Provider'\n"
-                  "         Type: ApplicationRollback\n"
-                  "         Attributes: Persistent, No auto release, Hardware assisted\n\n",
-              Normalized(r.out));
+    const std::string listed =
+        kVssadminBanner + "Contents of shadow copy set ID: " + set +
+        "\n"
+        "   Contained 1 shadow copies at creation time: <time>\n"
+        "      Shadow Copy ID: " +
+        id +
+        "\n"
+        "         Original Volume: (E:)" +
+        kVolumeE +
+        "\n"
+        "         Shadow Copy Volume: " +
+        device +
+        "\n"
+        "         Originating Machine: " +
+        machine +
+        "\n"
+        "         Service Machine: " +
+        machine +
+        "\n"
+        "         Provider: 'Verdane VSS Hardware Provider'\n"
+        "         Type: ApplicationRollback\n"
+        "         Attributes: Persistent, No auto release, Hardware assisted\n\n";
+    // Each way of naming it selects it; another volume selects nothing.
+    for (const std::string& option :
+         std::vector<std::string>{"/for=E:", "/Set=" + set, "/shadow=" + id, "/for=f:"}) {
+        r = orvtest::registry::RunOrvsim(Root(), {"vssadmin", "list", "shadows", option});
+        ASSERT_EQ(0, r.exitCode) << r.err;
+        EXPECT_EQ(option != "/for=f:"
+                      ? listed
+                      : kVssadminBanner + "No items found that satisfy the query.\n",
+                  Normalized(r.out));
+    }
 
     // Asked first, vssadmin deletes only on "Y", once the service that made it has stopped.
     EXPECT_TRUE(orvtest::WaitUntil([&] { return ServiceState() == SERVICE_STOPPED; }));
