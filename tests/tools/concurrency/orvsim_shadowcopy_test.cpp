@@ -93,64 +93,31 @@ TEST_F(OrvsimShadowCopyTest, PersistentShadowCopyOfEMadeListedAndDeleted)
     const std::string id = Id(copies[0].snapshotId), set = Id(copies[0].setId);
     const std::string machine = pal::Utf16ToUtf8(pal::EventLogComputerName());
     const std::string device = "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1";
-    EXPECT_EQ("-> set context persistent\n-> add volume e: alias data\n-> create\n\n"
-              "Alias data for shadow ID " +
-                  id +
-                  " set as environment variable.\n"
-                  "Alias VSS_SHADOW_SET for shadow set ID " +
-                  set +
-                  " set as environment variable.\n"
-                  "\nQuerying all shadow copies with the shadow copy set ID " +
-                  set +
-                  "\n\n"
-                  "\t* Shadow copy ID = " +
-                  id +
-                  "\t\t%data%\n"
-                  "\t\t- Shadow copy set: " +
-                  set +
-                  "\t\t%VSS_SHADOW_SET%\n"
-                  "\t\t- Original count of shadow copies = 1\n"
-                  "\t\t- Original volume name: " +
-                  kVolumeE +
-                  " [E:\\]\n"
-                  "\t\t- Creation time: <time>\n"
-                  "\t\t- Shadow copy device name: " +
-                  device +
-                  "\n"
-                  "\t\t- Originating machine: " +
-                  machine +
-                  "\n"
-                  "\t\t- Service machine: " +
-                  machine +
-                  "\n"
-                  "\t\t- Not exposed\n"
-                  "\t\t- Provider ID: {6a06b0b5-00e8-44b1-99f0-55fe420b2277}\n"
-                  "\t\t- Attributes:  No_Auto_Release Persistent Hardware_Assisted\n\n"
-                  "Number of shadow copies listed: 1\n",
-              Normalized(r.out));
+    const std::string created =
+        "-> set context persistent\n-> add volume e: alias data\n-> create\n\nAlias data for "
+        "shadow ID " +
+        id + " set as environment variable.\nAlias VSS_SHADOW_SET for shadow set ID " + set +
+        " set as environment variable.\n\nQuerying all shadow copies with the shadow copy "
+        "set ID " +
+        set + "\n\n\t* Shadow copy ID = " + id + "\t\t%data%\n\t\t- Shadow copy set: " + set +
+        "\t\t%VSS_SHADOW_SET%\n\t\t- Original count of shadow copies = 1"
+        "\n\t\t- Original volume name: " +
+        kVolumeE +
+        " [E:\\]\n\t\t- Creation time: <time>"
+        "\n\t\t- Shadow copy device name: " +
+        device + "\n\t\t- Originating machine: " + machine + "\n\t\t- Service machine: " + machine +
+        "\n\t\t- Not exposed\n\t\t- Provider ID: "
+        "{6a06b0b5-00e8-44b1-99f0-55fe420b2277}\n\t\t- Attributes:  No_Auto_Release Persistent "
+        "Hardware_Assisted\n\nNumber of shadow copies listed: 1\n";
+    EXPECT_EQ(created, Normalized(r.out));
 
     const std::string listed =
         kVssadminBanner + "Contents of shadow copy set ID: " + set +
-        "\n"
-        "   Contained 1 shadow copies at creation time: <time>\n"
-        "      Shadow Copy ID: " +
-        id +
-        "\n"
-        "         Original Volume: (E:)" +
-        kVolumeE +
-        "\n"
-        "         Shadow Copy Volume: " +
-        device +
-        "\n"
-        "         Originating Machine: " +
-        machine +
-        "\n"
-        "         Service Machine: " +
-        machine +
-        "\n"
-        "         Provider: 'Verdane VSS Hardware Provider'\n"
-        "         Type: ApplicationRollback\n"
-        "         Attributes: Persistent, No auto release, Hardware assisted\n\n";
+        "\n   Contained 1 shadow copies at creation time: <time>\n      Shadow Copy ID: " + id +
+        "\n         Original Volume: (E:)" + kVolumeE + "\n         Shadow Copy Volume: " + device +
+        "\n         Originating Machine: " + machine + "\n         Service Machine: " + machine +
+        "\n         Provider: 'Verdane VSS Hardware Provider'\n         Type: ApplicationRollback"
+        "\n         Attributes: Persistent, No auto release, Hardware assisted\n\n";
     // Each way of naming it selects it; another volume selects nothing.
     for (const std::string& option :
          std::vector<std::string>{"/for=E:", "/Set=" + set, "/shadow=" + id, "/for=f:"}) {
