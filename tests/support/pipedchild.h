@@ -54,6 +54,23 @@ public:
             line.push_back(static_cast<char>(ch));
         return line.empty() ? std::string("<end>") : line;
     }
+    // Writes `text` to the child's standard input.
+    bool Write(const std::string& text)
+    {
+        return m_fdIn >= 0 && write(m_fdIn, text.data(), text.size()) == ssize_t(text.size());
+    }
+    // Closes the child's input and waits for it to end: its exit status, -1 when killed.
+    int Close()
+    {
+        if (m_fdIn >= 0)
+            close(m_fdIn);
+        m_fdIn = -1;
+        int status = 0;
+        if (m_pid <= 0 || waitpid(m_pid, &status, 0) != m_pid)
+            return -1;
+        m_pid = 0;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
     void Kill()
     {
         if (m_fdIn >= 0)

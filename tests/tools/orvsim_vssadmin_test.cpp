@@ -1,5 +1,5 @@
-// `orvsim vssadmin list providers`: vssadmin's output of what this process registered, and its
-// refusals.
+// `orvsim vssadmin`: vssadmin's output of the providers this process registered, of a machine
+// without shadow copies, and its refusals.
 #include "sim/vss/vsssim.h"
 #include "tests/pal/registry/registry_testing.h"
 
@@ -39,7 +39,7 @@ HRESULT RegisterHardwareProvider()
 
 using OrvsimVssadminTest = orvtest::PalTest;
 
-TEST_F(OrvsimVssadminTest, ListsProvidersAsVssadminDoes)
+TEST_F(OrvsimVssadminTest, AnswersAsVssadminDoes)
 {
     const std::string kHardware = "Provider name: 'Orvane Hardware VSS Provider'\n"
                                   "   Provider type: Hardware\n"
@@ -51,6 +51,8 @@ TEST_F(OrvsimVssadminTest, ListsProvidersAsVssadminDoes)
     const std::string kUnexpected = "Error: A Volume Shadow Copy Service component encountered "
                                     "an unexpected error. Check the Application event log for "
                                     "more information.\n";
+    const std::string kInvalid = "Error: Invalid command.\n";
+    const std::string kNoItems = "No items found that satisfy the query.\n";
     // Each row on a machine of its own; a row that fails prints the banner only.
     const struct
     {
@@ -65,6 +67,14 @@ TEST_F(OrvsimVssadminTest, ListsProvidersAsVssadminDoes)
         {"fresh", {"list", "providers"}, false, {}, S_OK, kBanner + kSystem, ""},
         {"registered", {"List", "PROVIDERS"}, true, {}, S_OK, kBanner + kSystem + kHardware, ""},
         {"user", {"list", "providers"}, false, {"ORVSIM_ACCOUNT=User"}, S_OK, kBanner, kDenied},
+        {"user deletes",
+         {"delete", "shadows", "/all"},
+         false,
+         {"ORVSIM_ACCOUNT=User"},
+         S_OK,
+         kBanner,
+         kDenied},
+        {"user lists", {"list", "shadows"}, false, {"ORVSIM_ACCOUNT=User"}, S_OK, kBanner, kDenied},
         {"unexpected", {"list", "providers"}, false, {}, VSS_E_UNEXPECTED, kBanner, kUnexpected},
         {"failure",
          {"list", "providers"},
@@ -73,13 +83,30 @@ TEST_F(OrvsimVssadminTest, ListsProvidersAsVssadminDoes)
          E_OUTOFMEMORY,
          kBanner,
          "Error: Unexpected failure: 0x8007000E.\n"},
-        {"other command",
-         {"list", "shadows"},
+        {"other command", {"list", "writers"}, false, {}, S_OK, kBanner, kInvalid},
+        {"no shadows", {"list", "shadows"}, false, {}, S_OK, kBanner + kNoItems, ""},
+        {"delete none",
+         {"Delete", "Shadows", "/All", "/Quiet"},
+         false,
+         {},
+         S_OK,
+         kBanner + kNoItems,
+         ""},
+        {"delete what", {"delete", "shadows", "/quiet"}, false, {}, S_OK, kBanner, kInvalid},
+        {"set id",
+         {"list", "shadows", "/set=12"},
          false,
          {},
          S_OK,
          kBanner,
-         "Error: Invalid command.\n"},
+         "Error: Invalid option value.\n"},
+        {"option",
+         {"list", "shadows", "/Oldest"},
+         false,
+         {},
+         S_OK,
+         kBanner,
+         "Error: Invalid option: '/Oldest'.\n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);

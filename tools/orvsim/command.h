@@ -29,10 +29,13 @@ std::unique_ptr<Command> AddScCommand(CLI::App& app);
 
 // `orvsim storage`: the simulated storage service's topology, state, faults and LUN data.
 std::unique_ptr<Command> AddStorageCommand(CLI::App& app);
-// `orvsim vssadmin`: the providers registered with the VSS coordinator, as vssadmin lists them.
+// `orvsim vssadmin`: the providers registered with the VSS coordinator and the machine's shadow
+// copies, as vssadmin lists and deletes them.
 std::unique_ptr<Command> AddVssadminCommand(CLI::App& app);
 // `orvsim vss`: faults injected into the simulated VSS, and a set made or imported from here.
 std::unique_ptr<Command> AddVssCommand(CLI::App& app);
+// `orvsim diskshadow`: diskshadow's interpreter, making shadow copies through the providers.
+std::unique_ptr<Command> AddDiskshadowCommand(CLI::App& app);
 
 // `orvsim run`: runs a program as a process of the machine and prints its full exit code.
 std::unique_ptr<Command> AddRunCommand(CLI::App& app);

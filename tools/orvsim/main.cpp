@@ -28,6 +28,7 @@ int main(int argc, char** argv)
     commands.push_back(orvsim::AddStorageCommand(app));
     commands.push_back(orvsim::AddVssadminCommand(app));
     commands.push_back(orvsim::AddVssCommand(app));
+    commands.push_back(orvsim::AddDiskshadowCommand(app));
     commands.push_back(orvsim::AddRunCommand(app));
     commands.push_back(orvsim::AddTasklistCommand(app));
 

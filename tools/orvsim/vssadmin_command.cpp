@@ -1,7 +1,10 @@
 // `orvsim vssadmin list providers`: the providers registered with the VSS coordinator, with
 // vssadmin's output. The tool serves the coordinator in its own process and queries it as
 // vssadmin does, through IVssAdmin; the registrations are the machine's, under its root.
+// `list shadows` and `delete shadows` live in vssadmin_shadows.cpp.
 #include "command.h"
+#include "shadow_text.h"
+#include "vssadmin_shadows.h"
 
 #include "sim/vss/vsssim.h"
 
@@ -21,13 +24,6 @@ namespace {
 const char* const kBanner = "vssadmin 1.1 - Volume Shadow Copy Service administrative "
                             "command-line tool\n(C) Copyright 2001-2013 Microsoft Corp.\n\n";
 
-std::string Lower(std::string text)
-{
-    for (char& c : text)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
-
 const char* TypeName(VSS_PROVIDER_TYPE type)
 {
     switch (type) {
@@ -44,15 +40,10 @@ const char* TypeName(VSS_PROVIDER_TYPE type)
     }
 }
 
-std::string GuidText(const GUID& guid)
-{
-    WCHAR sz[39];
-    StringFromGUID2(guid, sz, 39);
-    return Lower(pal::Utf16ToUtf8(sz));
-}
+} // namespace
 
 // vssadmin's line for a failure, on one line as every orvsim failure.
-int Fail(HRESULT hr)
+int VssadminFail(HRESULT hr)
 {
     std::cout.flush();
     if (hr == E_ACCESSDENIED) {
@@ -69,6 +60,8 @@ int Fail(HRESULT hr)
     }
     return 1;
 }
+
+namespace {
 
 // Prints every provider the enumerator holds, freeing each record's strings.
 HRESULT PrintProviders(IVssEnumObject* pEnum)
@@ -118,7 +111,10 @@ public:
     explicit VssadminCommand(CLI::App& app)
     {
         m_pVssadmin = app.add_subcommand(
-            "vssadmin", "The VSS coordinator, with vssadmin's syntax and output: list providers");
+            "vssadmin",
+            "The VSS coordinator, with vssadmin's syntax and output: list providers, list "
+            "shadows [/For=E:] [/Set={id}] [/Shadow={id}], delete shadows /Shadow={id} | /All | "
+            "/For=E: [/Quiet]");
         // vssadmin's commands are words in any case ("List Providers"), left for Run to read.
         m_pVssadmin->prefix_command();
     }
@@ -129,19 +125,25 @@ public:
     {
         std::vector<std::string> words = m_pVssadmin->remaining();
         std::cout << kBanner;
-        if (words.size() != 2 || Lower(words[0]) != "list" || Lower(words[1]) != "providers") {
-            std::cout.flush();
-            std::cerr << "Error: Invalid command.\n";
-            return 1;
-        }
+        std::string command = words.size() >= 2 ? Lower(words[0] + " " + words[1]) : "";
+        std::vector<std::string> options(words.begin() + (words.size() >= 2 ? 2 : 0), words.end());
+        bool fProviders = command == "list providers" && options.empty();
+        if (!fProviders && command != "list shadows" && command != "delete shadows")
+            return VssadminUsageError("Error: Invalid command.");
         if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
-            return Fail(E_UNEXPECTED);
-        HRESULT hr = ListProviders();
+            return VssadminFail(E_UNEXPECTED);
+        int exitCode = 0;
+        if (fProviders) {
+            HRESULT hr = ListProviders();
+            exitCode = FAILED(hr) ? VssadminFail(hr) : 0;
+        } else if (command == "list shadows") {
+            exitCode = ListShadows(options);
+        } else {
+            exitCode = DeleteShadows(options);
+        }
         CoUninitialize();
-        if (FAILED(hr))
-            return Fail(hr);
         std::cout.flush();
-        return std::cout ? 0 : 1;
+        return std::cout ? exitCode : 1;
     }
 
 private:
