@@ -92,7 +92,7 @@ CDiskShadowSession::Result CDiskShadowSession::Execute(const std::string& line)
         return Result::Done;
     words = Expand(words);
     Result result = Result::Done;
-    if (RunPending(words, &result))
+    if (RunTransport(words, &result))
         return result;
     std::string command = Lower(words[0]);
     if (command == "exit" && words.size() == 1)
@@ -189,18 +189,32 @@ CDiskShadowSession::Result CDiskShadowSession::AddVolume(const Words& words)
 CDiskShadowSession::Result CDiskShadowSession::Create()
 {
     std::vector<std::u16string> volumes;
-    for (const auto& volume : m_volumes)
+    std::vector<std::string> aliases;
+    for (const auto& volume : m_volumes) {
         volumes.push_back(volume.first);
+        aliases.push_back(volume.second);
+    }
     VSS_ID setId = GUID_NULL;
     std::vector<VSS_ID> ids;
-    HRESULT hr = vsssim::CreateShadowCopySet(volumes, Context(), &setId, &ids);
+    std::string document;
+    HRESULT hr = vsssim::CreateShadowCopySet(volumes, Context(), &setId, &ids, &document);
     if (FAILED(hr))
         return Failure(hr);
     if ((Context() & VSS_VOLSNAP_ATTR_PERSISTENT) == 0)
         m_volatileIds.insert(m_volatileIds.end(), ids.begin(), ids.end());
+    m_volumes.clear(); // the next `add volume` starts another set
+    if (!document.empty() && !m_metadataFile.empty() && !WriteMetadata(document))
+        return Result::Failed;
+    AnnounceSet(setId, ids, aliases);
+    return ListShadows({"list", "shadows", "set", GuidText(setId)});
+}
+
+void CDiskShadowSession::AnnounceSet(const VSS_ID& setId, const std::vector<VSS_ID>& ids,
+                                     const std::vector<std::string>& aliases)
+{
     m_out << "\n";
-    for (size_t i = 0; i < ids.size() && i < m_volumes.size(); ++i) {
-        std::string alias = m_volumes[i].second;
+    for (size_t i = 0; i < ids.size(); ++i) {
+        std::string alias = i < aliases.size() ? aliases[i] : "";
         if (alias.empty())
             alias = "VSS_SHADOW_" + std::to_string(++m_cShadowAliases);
         SetAlias(alias, GuidText(ids[i]));
@@ -210,8 +224,6 @@ CDiskShadowSession::Result CDiskShadowSession::Create()
     SetAlias("VSS_SHADOW_SET", GuidText(setId));
     m_out << "Alias VSS_SHADOW_SET for shadow set ID " << GuidText(setId)
           << " set as environment variable.\n";
-    m_volumes.clear(); // the next `add volume` starts another set
-    return ListShadows({"list", "shadows", "set", GuidText(setId)});
 }
 
 CDiskShadowSession::Result CDiskShadowSession::Select(const Words& words, bool fVolume,
@@ -345,6 +357,7 @@ CDiskShadowSession::Result CDiskShadowSession::Reset()
     m_lOptions = 0;
     m_fVerbose = false;
     m_metadataFile.clear();
+    m_loadedMetadata.clear();
     m_volumes.clear();
     return Result::Done;
 }

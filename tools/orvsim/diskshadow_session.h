@@ -47,9 +47,17 @@ private:
     Result ListProviders();
     Result DeleteShadows(const Words& words);
     Result Reset();
-    // `expose`, `unexpose`, `import` and `load metadata`, which the simulation does not do yet
-    // (diskshadow_pending.cpp); false when the words are none of them.
-    bool RunPending(const Words& words, Result* pResult);
+    // `expose`, `unexpose`, `load metadata` and `import` (diskshadow_transport.cpp); false when
+    // the words are none of them.
+    bool RunTransport(const Words& words, Result* pResult);
+    Result LoadMetadata(const std::string& path);
+    Result Import();
+    // Writes a transportable set's document to the file `set metadata` named.
+    bool WriteMetadata(const std::string& document);
+    // Sets and prints the aliases of a new or imported set's shadow copies (`aliases[i]` names
+    // the i-th; an empty or missing one becomes VSS_SHADOW_n) and of the set.
+    void AnnounceSet(const VSS_ID& setId, const std::vector<VSS_ID>& ids,
+                     const std::vector<std::string>& aliases);
 
     void SetAlias(const std::string& name, const std::string& value);
     // Replaces %NAME% and $NAME words by their aliases' values, saying so as diskshadow does.
@@ -69,6 +77,7 @@ private:
     LONG m_lOptions = 0;              // the attributes of `set option`
     bool m_fVerbose = false;
     std::string m_metadataFile;
+    std::string m_loadedMetadata; // the document `load metadata` read, for `import`
     // The volumes of the next set, each with the alias its shadow copy will have (may be empty).
     std::vector<std::pair<std::u16string, std::string>> m_volumes;
     std::vector<std::pair<std::string, std::string>> m_aliases;

@@ -184,4 +184,29 @@ TEST_F(OrvsimShadowCopyTest, VolatileShadowCopiesEndWithTheSession)
     EXPECT_EQ(0u, Inventory().size());
 }
 
+TEST_F(OrvsimShadowCopyTest, TransportableSetWritesItsMetadataAndIsImportedFromIt)
+{
+    const std::string metadata = (Root() / "e.cab").string();
+    ProcessResult r = Diskshadow("set context persistent\nset option transportable\nset metadata " +
+                                 metadata + "\nadd volume E:\ncreate\n");
+    ASSERT_EQ(0, r.exitCode) << r.out << r.err;
+    EXPECT_NE(std::string::npos, r.out.find("- Shadow copy device name: \n")) << r.out;
+    ASSERT_EQ(1u, Inventory().size());
+    EXPECT_TRUE(Inventory()[0].deviceName.empty());
+
+    r = Diskshadow("import\nload metadata " + metadata + "\nimport\n");
+    ASSERT_EQ(1, r.exitCode) << r.out << r.err;
+    EXPECT_NE(std::string::npos, r.out.find("No metadata is loaded: use load metadata first.\n"));
+    r = Diskshadow("load metadata " + metadata + "\nimport\n");
+    ASSERT_EQ(0, r.exitCode) << r.out << r.err;
+    std::vector<vsssim::ShadowCopyInfo> copies = Inventory();
+    ASSERT_EQ(1u, copies.size());
+    EXPECT_NE(0, copies[0].lAttributes & VSS_VOLSNAP_ATTR_IMPORTED);
+    EXPECT_FALSE(copies[0].deviceName.empty());
+    EXPECT_NE(std::string::npos,
+              r.out.find("Alias VSS_SHADOW_1 for shadow ID " + Id(copies[0].snapshotId)))
+        << r.out;
+    EXPECT_NE(std::string::npos, r.out.find(" Imported")) << r.out;
+}
+
 } // namespace

@@ -1,0 +1,74 @@
+// The diskshadow commands that move a shadow copy beyond the set that made it: exposing it as a
+// drive, and importing a transportable set from the metadata its creation wrote.
+#include "diskshadow_session.h"
+
+#include <fstream>
+#include <sstream>
+
+namespace orvsim {
+
+bool CDiskShadowSession::RunTransport(const Words& words, Result* pResult)
+{
+    std::string command = Lower(words[0]);
+    if (command == "load" && words.size() >= 2 && Lower(words[1]) == "metadata") {
+        *pResult = words.size() == 3 ? LoadMetadata(words[2]) : SyntaxError("load metadata");
+        return true;
+    }
+    if (command == "import") {
+        *pResult = words.size() == 1 ? Import() : SyntaxError("import");
+        return true;
+    }
+    // expose {id|%alias%} F:  and  unexpose {id|F:}: not simulated yet.
+    if (command != "expose" && command != "unexpose")
+        return false;
+    m_out << "The command " << command << " is not supported yet by this simulation.\n";
+    *pResult = Result::Failed;
+    return true;
+}
+
+bool CDiskShadowSession::WriteMetadata(const std::string& document)
+{
+    std::ofstream file(m_metadataFile, std::ios::binary | std::ios::trunc);
+    file << document;
+    file.close();
+    if (!file) {
+        m_out << "The metadata file \"" << m_metadataFile << "\" cannot be written.\n";
+        return false;
+    }
+    return true;
+}
+
+CDiskShadowSession::Result CDiskShadowSession::LoadMetadata(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    if (!file || text.str().empty()) {
+        m_out << "The metadata file \"" << path << "\" cannot be read.\n";
+        return Result::Failed;
+    }
+    m_loadedMetadata = text.str();
+    return Result::Done;
+}
+
+CDiskShadowSession::Result CDiskShadowSession::Import()
+{
+    if (m_loadedMetadata.empty()) {
+        m_out << "No metadata is loaded: use load metadata first.\n";
+        return Result::Failed;
+    }
+    VSS_ID setId = GUID_NULL;
+    if (HRESULT hr = vsssim::ImportShadowCopySet(m_loadedMetadata, &setId); FAILED(hr))
+        return Failure(hr);
+    std::vector<vsssim::ShadowCopyInfo> copies;
+    if (HRESULT hr = vsssim::QueryShadowCopies(&copies); FAILED(hr))
+        return Failure(hr);
+    std::vector<VSS_ID> ids;
+    for (const auto& copy : copies)
+        if (copy.setId == setId)
+            ids.push_back(copy.snapshotId);
+    AnnounceSet(setId, ids, {});
+    return ListShadows({"list", "shadows", "set", GuidText(setId)});
+}
+
+} // namespace orvsim
