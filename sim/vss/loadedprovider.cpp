@@ -59,21 +59,28 @@ HRESULT CLoadedProvider::Load(const ProviderRecord& record)
     auto* pCallback = new (std::nothrow) CProviderCallback();
     if (!pCallback)
         return E_OUTOFMEMORY;
-    hr = notifications->OnLoad(pCallback);
+    {
+        CProviderCallTimer timer;
+        hr = notifications->OnLoad(pCallback);
+    }
     pCallback->Release();
     if (FAILED(hr))
         return hr;
     m_id = record.id;
     m_lun = lun;
     m_set = set;
+    m_timedLuns.Attach(m_lun.p);
+    m_timedSet.Attach(m_set.p);
     m_notifications = notifications;
     return S_OK;
 }
 
 void CLoadedProvider::Unload()
 {
-    if (m_notifications)
+    if (m_notifications) {
+        CProviderCallTimer timer;
         m_notifications->OnUnload(FALSE);
+    }
     m_notifications.Release();
     m_set.Release();
     m_lun.Release();

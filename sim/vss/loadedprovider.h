@@ -4,6 +4,7 @@
 #pragma once
 
 #include "state.h"
+#include "timedprovider.h"
 
 #include "pal/atlbase.h"
 #include "pal/vsprov.h"
@@ -25,14 +26,17 @@ public:
 
     bool Loaded() const { return m_lun.p != nullptr; }
     const VSS_ID& Id() const { return m_id; }
-    IVssHardwareSnapshotProvider* Luns() const { return m_lun.p; }
-    IVssProviderCreateSnapshotSet* Set() const { return m_set.p; }
+    // The provider's interfaces, each call timed (see timedprovider.h).
+    IVssHardwareSnapshotProvider* Luns() { return m_lun.p ? &m_timedLuns : nullptr; }
+    IVssProviderCreateSnapshotSet* Set() { return m_set.p ? &m_timedSet : nullptr; }
 
 private:
     VSS_ID m_id = GUID_NULL;
     CComPtr<IVssHardwareSnapshotProvider> m_lun;
     CComPtr<IVssProviderCreateSnapshotSet> m_set;
     CComPtr<IVssProviderNotifications> m_notifications;
+    CTimedLuns m_timedLuns;
+    CTimedSet m_timedSet;
 };
 
 // The registered hardware provider whose id is `id`; VSS_E_PROVIDER_NOT_REGISTERED when none.

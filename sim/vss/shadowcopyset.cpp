@@ -6,6 +6,7 @@
 #include "lunbuilder.h"
 #include "lunencoding.h"
 #include "vsssim.h"
+#include "writehold.h"
 
 #include "pal/combaseapi.h"
 #include "pal/sysinfoapi.h"
@@ -96,6 +97,13 @@ public:
 
 private:
     LONG Count() const { return static_cast<LONG>(m_volumes.size()); }
+    std::vector<std::string> MountPoints() const
+    {
+        std::vector<std::string> mountPoints;
+        for (const CVolume& volume : m_volumes)
+            mountPoints.push_back(volume.mountPoint);
+        return mountPoints;
+    }
     HRESULT ChooseProvider(const storagesim::StateView& view);
     HRESULT Commit();
     HRESULT Surface();
@@ -151,9 +159,13 @@ HRESULT CShadowCopySet::Commit()
         return ProviderFailure(hr);
     // The volumes' writes are flushed (at once: the simulated volumes cache nothing) and held
     // until the provider has committed.
+    detail::CWriteHold hold;
+    if (FAILED(hr = hold.Hold(MountPoints())))
+        return hr;
     ULONGLONG ullHeld = GetTickCount64();
     m_tsCommit = Now();
     hr = pSet->CommitSnapshots(m_setId);
+    hold.Release();
     if (FAILED(hr))
         return ProviderFailure(hr);
     if (GetTickCount64() - ullHeld > kHoldWritesMs)
@@ -309,7 +321,13 @@ HRESULT CreateShadowCopySet(const std::vector<std::u16string>& volumes, LONG lCo
             set.push_back(std::move(volume));
         }
         auto pSet = std::make_unique<CShadowCopySet>(set, lContext);
+        const auto start = std::chrono::steady_clock::now();
+        const LONGLONG llProviderNs = detail::ProviderCallNs();
         HRESULT hr = pSet->Run(view, pSetId);
+        detail::RecordSet(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                              std::chrono::steady_clock::now() - start)
+                              .count(),
+                          detail::ProviderCallNs() - llProviderNs);
         if (SUCCEEDED(hr))
             *pSnapshotIds = pSet->SnapshotIds();
         return hr;
