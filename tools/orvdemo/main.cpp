@@ -271,11 +271,11 @@ private:
     void TellService()
     {
         const DWORD dwNow = ServiceState();
-        m_story.Line("Service",
-                     "Orvhwsvc " + StateName(m_dwStateBefore) +
-                         " at first; started by COM's activation " + std::to_string(m_cStarts) +
-                         " times (the set, the deletion), stopped by itself " +
-                         std::to_string(m_cStops) + " times; " + StateName(dwNow) + " now");
+        m_story.Line("Service", "Orvhwsvc " + StateName(m_dwStateBefore) +
+                                    " at first; started by COM's activation " +
+                                    std::to_string(m_cStarts) +
+                                    "x (set, deletion), stopped by itself " +
+                                    std::to_string(m_cStops) + "x; " + StateName(dwNow) + " now");
         m_story.Check("service started by activation and stopped by itself",
                       m_cStarts >= 2 && m_cStops == m_cStarts && dwNow == SERVICE_STOPPED);
     }

@@ -25,7 +25,7 @@ TEST_F(DemoTest, WholeShadowCopyOfEHoldsEveryCheck)
         EXPECT_NE(std::string::npos, result.out.find(line)) << line << result.out;
     for (const char* text :
          {"set: OnLoad ", "deletion: OnLoad ", " ms and ended after the release\n",
-          "started by COM's activation 2 times"})
+          "started by COM's activation 2x (set, deletion), stopped by itself 2x; stopped now\n"})
         EXPECT_NE(std::string::npos, result.out.find(text)) << text << result.out;
 }
 
