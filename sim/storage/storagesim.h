@@ -109,6 +109,12 @@ HRESULT ReadLunData(const std::string& filer, const std::string& lunPath, DWORD 
                     std::string* pData);
 // The LUN mounted at a host drive (as "E:\"), for writing through the host's view.
 HRESULT FindLunByDrive(const std::string& drive, std::string* pFiler, std::string* pLunPath);
+// Mounts the host's disk with that serial number at a mount point ("X:\"), read-only, as VSS
+// exposes a shadow copy's target LUN: TESSERA_E_LUN_NOT_FOUND when no disk has the serial,
+// HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS) when any disk of the host uses the mount point.
+HRESULT MountDisk(const std::string& serial, const std::string& mountPoint);
+// Takes the mount point from the disk that has it; TESSERA_E_DRIVE_NOT_FOUND when none has.
+HRESULT UnmountDisk(const std::string& mountPoint);
 HRESULT ReadSnapshotData(const std::string& filer, const std::string& lunPath,
                          const std::string& snapshot, DWORD dwOffset, DWORD cb, std::string* pData);
 

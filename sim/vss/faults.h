@@ -2,6 +2,8 @@
 // themselves: SetFault in vsssim.h).
 #pragma once
 
+#include "providertime.h"
+
 #include "pal/winerror.h"
 
 #include <string>
@@ -21,7 +23,10 @@ HRESULT CallProvider(const char* method, Call call)
 {
     EndProcessIfInjected(method);
     HRESULT hr = InjectedFault(std::string("Call:") + method);
-    return FAILED(hr) ? hr : call();
+    if (FAILED(hr))
+        return hr;
+    CProviderCallTimer timer;
+    return call();
 }
 
 } // namespace vsssim::detail

@@ -1,5 +1,6 @@
 // Loading and unloading a hardware provider.
 #include "loadedprovider.h"
+#include "providertime.h"
 
 #include "pal/interlockedapi.h"
 #include "pal/objbase.h"
@@ -60,7 +61,10 @@ HRESULT CLoadedProvider::Load(const ProviderRecord& record)
     auto* pCallback = new (std::nothrow) CProviderCallback();
     if (!pCallback)
         return E_OUTOFMEMORY;
-    hr = notifications->OnLoad(pCallback);
+    {
+        CProviderCallTimer timer;
+        hr = notifications->OnLoad(pCallback);
+    }
     pCallback->Release();
     if (FAILED(hr))
         return hr;
@@ -73,8 +77,10 @@ HRESULT CLoadedProvider::Load(const ProviderRecord& record)
 
 void CLoadedProvider::Unload()
 {
-    if (m_notifications)
+    if (m_notifications) {
+        CProviderCallTimer timer;
         m_notifications->OnUnload(FALSE);
+    }
     m_notifications.Release();
     m_set.Release();
     m_lun.Release();

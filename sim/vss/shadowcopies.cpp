@@ -15,6 +15,9 @@ HRESULT DeleteShadowCopy(const VSS_ID& snapshotId)
         HRESULT hr = detail::FindShadowCopy(snapshotId, &copy);
         if (FAILED(hr))
             return hr;
+        // An exposed copy loses its letter before its disk goes.
+        if (!copy.exposedName.empty() && FAILED(hr = UnexposeShadowCopy(snapshotId)))
+            return hr;
         detail::ProviderRecord record;
         if (FAILED(hr = detail::FindHardwareProvider(copy.providerId, &record)))
             return hr;

@@ -10,6 +10,7 @@
 #include "lunencoding.h"
 #include "surface.h"
 #include "vsssim.h"
+#include "writehold.h"
 
 #include "pal/combaseapi.h"
 #include "pal/sysinfoapi.h"
@@ -95,6 +96,13 @@ private:
         return (m_lContext & VSS_VOLSNAP_ATTR_TRANSPORTABLE) &&
                (m_lContext & (VSS_VOLSNAP_ATTR_AUTORECOVER | VSS_VOLSNAP_ATTR_TXF_RECOVERY)) &&
                !(m_lContext & VSS_VOLSNAP_ATTR_NO_AUTORECOVERY);
+    }
+    std::vector<std::string> MountPoints() const
+    {
+        std::vector<std::string> mountPoints;
+        for (const CVolume& volume : m_volumes)
+            mountPoints.push_back(volume.mountPoint);
+        return mountPoints;
     }
     HRESULT ChooseProvider(const storagesim::StateView& view);
     HRESULT Prepare(bool* pfPrepared);
@@ -186,9 +194,13 @@ HRESULT CShadowCopySet::Commit()
         return ProviderFailure(hr);
     // The volumes' writes are flushed (at once: the simulated volumes cache nothing) and held
     // until the provider has committed.
+    detail::CWriteHold hold;
+    if (FAILED(hr = hold.Hold(MountPoints())))
+        return hr;
     ULONGLONG ullHeld = GetTickCount64();
     m_tsCommit = Now();
     hr = CallProvider("CommitSnapshots", [&] { return pSet->CommitSnapshots(m_setId); });
+    hold.Release();
     if (FAILED(hr))
         return ProviderFailure(hr);
     if (FAILED(hr = detail::InjectedFault("HoldWrites")))
@@ -377,7 +389,13 @@ HRESULT CreateShadowCopySet(const std::vector<std::u16string>& volumes, LONG lCo
             set.push_back(std::move(volume));
         }
         auto pSet = std::make_unique<CShadowCopySet>(set, lContext);
+        const auto start = std::chrono::steady_clock::now();
+        const LONGLONG llProviderNs = detail::ProviderCallNs();
         HRESULT hr = pSet->Run(view, pSetId, pBackupComponentsDocument);
+        detail::RecordSet(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                              std::chrono::steady_clock::now() - start)
+                              .count(),
+                          detail::ProviderCallNs() - llProviderNs);
         if (SUCCEEDED(hr))
             *pSnapshotIds = pSet->SnapshotIds();
         return hr;

@@ -123,6 +123,40 @@ HRESULT DeleteShadowCopy(const VSS_ID& snapshotId);
 // Every shadow copy of the machine, oldest first.
 HRESULT QueryShadowCopies(std::vector<ShadowCopyInfo>* pShadowCopies);
 
+// ---- Exposure ----
+// Exposes a surfaced shadow copy locally as a drive letter ("X:" or "X:\"), as
+// IVssBackupComponents::ExposeSnapshot does: the disk of its target LUN is mounted read-only at
+// the letter and the inventory records the exposed name, which is handed back as "X:".
+// E_INVALIDARG for a null pointer or a name that is not a drive letter, VSS_E_OBJECT_NOT_FOUND
+// for an unknown id, VSS_E_BAD_STATE for a transportable copy that is not surfaced on this host,
+// VSS_E_OBJECT_ALREADY_EXISTS when the copy is exposed already or the letter is in use.
+HRESULT ExposeShadowCopy(const VSS_ID& snapshotId, const std::u16string& exposeAs,
+                         std::u16string* pExposedName);
+// Takes the letter away again; VSS_E_OBJECT_NOT_FOUND for an unknown or unexposed copy.
+HRESULT UnexposeShadowCopy(const VSS_ID& snapshotId);
+
+// ---- The host's view of volume data ----
+// Reads and writes a volume's bytes as the host sees them ("E:", "E:\", an exposed "X:"): the
+// LUN behind the volume's disk, through the simulated storage. A disk the service does not
+// manage or no disk at all answers TESSERA_E_DRIVE_NOT_FOUND; a read-only disk (an exposed
+// shadow copy) refuses writes with HRESULT_FROM_WIN32(ERROR_WRITE_PROTECT); a range past the
+// image is E_INVALIDARG. While VSS holds the writes of a set's volumes around the commit, a write
+// to one of them waits until the release, in every process of the machine.
+HRESULT WriteVolumeData(const std::u16string& volume, DWORD dwOffset, const std::string& data);
+HRESULT ReadVolumeData(const std::u16string& volume, DWORD dwOffset, DWORD cb, std::string* pData);
+
+// ---- Measures of the last set ----
+// What the calling process's last CreateShadowCopySet measured, for benchmarks and tests.
+struct SetMeasures
+{
+    ULONGLONG ullHeldTick;     // GetTickCount64 when the writes were held
+    ULONGLONG ullReleasedTick; // and when they were released
+    LONGLONG llHoldNs;         // the commit window in real time
+    LONGLONG llProviderNs;     // time spent in the calls to the provider's process
+    LONGLONG llSetNs;          // the whole set, from choosing the provider to the inventory
+};
+SetMeasures LastSetMeasures();
+
 // ---- The coordinator in this process ----
 // Registers the coordinator's class object (CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE). The
 // calling thread must have initialised COM. Objects handed out stay usable after Stop, since

@@ -60,9 +60,12 @@ TEST_F(OrvsimDiskshadowTest, RunsScriptsAndTypedCommandsAsDiskshadow)
          "-> add volume E:\\data alias d\n" + kSyntax + "\"add volume E:\\data\".\n"},
         {"id", true, false, "delete shadows id $nothing\n", 1,
          "-> delete shadows id $nothing\n" + kSyntax + "\"delete shadows id\".\n"},
-        {"pending", true, false, "expose {6a06b0b5-00e8-44b1-99f0-55fe420b2277} F:\n", 1,
-         "-> expose {6a06b0b5-00e8-44b1-99f0-55fe420b2277} F:\n"
-         "The command expose is not supported yet by this simulation.\n"},
+        {"unknown copy", true, true, "expose {6a06b0b5-00e8-44b1-99f0-55fe420b2277} F:\n", 1,
+         "-> expose {6a06b0b5-00e8-44b1-99f0-55fe420b2277} F:\nThe last operation failed.\n"
+         "\t- Returned HRESULT: 80042308\n\t- Error text: VSS_E_OBJECT_NOT_FOUND\n"},
+        {"expose as", true, false, "expose {6a06b0b5-00e8-44b1-99f0-55fe420b2277} C:\\x\n", 1,
+         "-> expose {6a06b0b5-00e8-44b1-99f0-55fe420b2277} C:\\x\n" + kSyntax +
+             "\"expose {6a06b0b5-00e8-44b1-99f0-55fe420b2277} C:\\x\".\n"},
         {"no provider", true, true, "add volume k:\ncreate\n", 1,
          "-> add volume k:\n-> create\nThe last operation failed.\n"
          "\t- Returned HRESULT: 8004230c\n\t- Error text: VSS_E_VOLUME_NOT_SUPPORTED\n"},

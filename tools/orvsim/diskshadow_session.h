@@ -50,6 +50,8 @@ private:
     // `expose`, `unexpose`, `load metadata` and `import` (diskshadow_transport.cpp); false when
     // the words are none of them.
     bool RunTransport(const Words& words, Result* pResult);
+    Result Expose(const std::string& id, const std::string& drive);
+    Result Unexpose(const std::string& what);
     Result LoadMetadata(const std::string& path);
     Result Import();
     // Writes a transportable set's document to the file `set metadata` named.

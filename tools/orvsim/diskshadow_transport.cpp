@@ -2,6 +2,8 @@
 // drive, and importing a transportable set from the metadata its creation wrote.
 #include "diskshadow_session.h"
 
+#include "pal/palcontrol.h"
+
 #include <fstream>
 #include <sstream>
 
@@ -18,12 +20,50 @@ bool CDiskShadowSession::RunTransport(const Words& words, Result* pResult)
         *pResult = words.size() == 1 ? Import() : SyntaxError("import");
         return true;
     }
-    // expose {id|%alias%} F:  and  unexpose {id|F:}: not simulated yet.
-    if (command != "expose" && command != "unexpose")
-        return false;
-    m_out << "The command " << command << " is not supported yet by this simulation.\n";
-    *pResult = Result::Failed;
-    return true;
+    if (command == "expose") {
+        *pResult = words.size() == 3 ? Expose(words[1], words[2]) : SyntaxError("expose");
+        return true;
+    }
+    if (command == "unexpose") {
+        *pResult = words.size() == 2 ? Unexpose(words[1]) : SyntaxError("unexpose");
+        return true;
+    }
+    return false;
+}
+
+CDiskShadowSession::Result CDiskShadowSession::Expose(const std::string& id,
+                                                      const std::string& drive)
+{
+    GUID snapshotId = GUID_NULL;
+    std::u16string root = DriveRoot(drive);
+    if (!ParseGuid(id, &snapshotId) || root.empty())
+        return SyntaxError("expose " + id + " " + drive);
+    std::u16string exposed;
+    if (HRESULT hr = vsssim::ExposeShadowCopy(snapshotId, root, &exposed); FAILED(hr))
+        return Failure(hr);
+    m_out << "The shadow copy was successfully exposed as " << pal::Utf16ToUtf8(exposed) << "\\.\n";
+    return Result::Done;
+}
+
+// Names the copy by its id or by the drive it is exposed as.
+CDiskShadowSession::Result CDiskShadowSession::Unexpose(const std::string& what)
+{
+    GUID snapshotId = GUID_NULL;
+    std::u16string root = DriveRoot(what);
+    if (!ParseGuid(what, &snapshotId) && root.empty())
+        return SyntaxError("unexpose " + what);
+    if (!root.empty()) {
+        std::vector<vsssim::ShadowCopyInfo> copies;
+        if (HRESULT hr = vsssim::QueryShadowCopies(&copies); FAILED(hr))
+            return Failure(hr);
+        for (const auto& copy : copies)
+            if (!copy.exposedName.empty() && DriveRoot(pal::Utf16ToUtf8(copy.exposedName)) == root)
+                snapshotId = copy.snapshotId;
+    }
+    if (HRESULT hr = vsssim::UnexposeShadowCopy(snapshotId); FAILED(hr))
+        return Failure(hr);
+    m_out << "The shadow copy with ID " << GuidText(snapshotId) << " is no longer exposed.\n";
+    return Result::Done;
 }
 
 bool CDiskShadowSession::WriteMetadata(const std::string& document)

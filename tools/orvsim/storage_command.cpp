@@ -4,7 +4,10 @@
 
 #include "sim/storage/simcodes.h"
 #include "sim/storage/storagesim.h"
+#include "sim/vss/vsssim.h"
 #include "store/tessera.h"
+
+#include "pal/palcontrol.h"
 
 #include <cstdio>
 #include <fstream>
@@ -344,7 +347,11 @@ private:
             *pExit = Fail("Name the LUN with --lun FILER:PATH or --drive DRIVE.");
             return false;
         }
-        HRESULT hr = storagesim::FindLunByDrive(m_drive, pFiler, pPath);
+        // "E:" names the drive "E:\" as the host does.
+        std::string drive = m_drive;
+        if (drive.back() != '\\')
+            drive.push_back('\\');
+        HRESULT hr = storagesim::FindLunByDrive(drive, pFiler, pPath);
         if (FAILED(hr)) {
             *pExit = FailHr("No LUN of the service is mounted at " + m_drive, hr);
             return false;
@@ -358,7 +365,11 @@ private:
         int exitCode = 1;
         if (!ResolveLun(&filer, &path, &exitCode))
             return exitCode;
-        return Done(storagesim::WriteLunData(filer, path, m_dwOffset, m_text),
+        // A drive is written as the host writes it: a shadow copy's drive is read-only and a
+        // write waits while VSS holds the volume's writes.
+        return Done(m_lun.empty()
+                        ? vsssim::WriteVolumeData(pal::Utf8ToUtf16(m_drive), m_dwOffset, m_text)
+                        : storagesim::WriteLunData(filer, path, m_dwOffset, m_text),
                     "The data cannot be written");
     }
 
@@ -369,10 +380,12 @@ private:
         if (!ResolveLun(&filer, &path, &exitCode))
             return exitCode;
         std::string data;
-        HRESULT hr = m_snapshot.empty()
-                         ? storagesim::ReadLunData(filer, path, m_dwOffset, m_dwLength, &data)
-                         : storagesim::ReadSnapshotData(filer, path, m_snapshot, m_dwOffset,
-                                                        m_dwLength, &data);
+        HRESULT hr =
+            !m_snapshot.empty() ? storagesim::ReadSnapshotData(filer, path, m_snapshot, m_dwOffset,
+                                                               m_dwLength, &data)
+            : m_lun.empty()
+                ? vsssim::ReadVolumeData(pal::Utf8ToUtf16(m_drive), m_dwOffset, m_dwLength, &data)
+                : storagesim::ReadLunData(filer, path, m_dwOffset, m_dwLength, &data);
         if (FAILED(hr))
             return FailHr("The data cannot be read", hr);
         std::cout << Printable(data) << "\n";

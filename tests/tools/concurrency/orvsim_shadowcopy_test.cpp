@@ -86,10 +86,12 @@ std::string Id(const GUID& id)
 
 TEST_F(OrvsimShadowCopyTest, PersistentShadowCopyOfEMadeListedAndDeleted)
 {
-    ProcessResult r = Diskshadow("set context persistent\nadd volume e: alias data\ncreate\n");
+    ProcessResult r =
+        Diskshadow("set context persistent\nadd volume e: alias data\ncreate\nexpose %data% p:\n");
     ASSERT_EQ(0, r.exitCode) << r.out << r.err;
     std::vector<vsssim::ShadowCopyInfo> copies = Inventory();
     ASSERT_EQ(1u, copies.size());
+    EXPECT_EQ(u"P:", copies[0].exposedName);
     const std::string id = Id(copies[0].snapshotId), set = Id(copies[0].setId);
     const std::string machine = pal::Utf16ToUtf8(pal::EventLogComputerName());
     const std::string device = "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1";
@@ -108,7 +110,8 @@ TEST_F(OrvsimShadowCopyTest, PersistentShadowCopyOfEMadeListedAndDeleted)
         device + "\n\t\t- Originating machine: " + machine + "\n\t\t- Service machine: " + machine +
         "\n\t\t- Not exposed\n\t\t- Provider ID: "
         "{6a06b0b5-00e8-44b1-99f0-55fe420b2277}\n\t\t- Attributes:  No_Auto_Release Persistent "
-        "Hardware_Assisted\n\nNumber of shadow copies listed: 1\n";
+        "Hardware_Assisted\n\nNumber of shadow copies listed: 1\n-> expose %data% p:\n-> %data% = " +
+        id + "\nThe shadow copy was successfully exposed as P:\\.\n";
     EXPECT_EQ(created, Normalized(r.out));
 
     const std::string listed =
