@@ -1,37 +1,11 @@
 // Writing and reading the transportable set's description in a backup components document.
 #include "backupdocument.h"
 
-#include <cstdio>
 #include <cstdlib>
 
 namespace vsssim::detail {
 
 namespace {
-
-std::string GuidText(const GUID& id)
-{
-    char sz[40];
-    std::snprintf(sz, sizeof(sz), "{%.8x-%.4x-%.4x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x}",
-                  static_cast<unsigned>(id.Data1), id.Data2, id.Data3, id.Data4[0], id.Data4[1],
-                  id.Data4[2], id.Data4[3], id.Data4[4], id.Data4[5], id.Data4[6], id.Data4[7]);
-    return sz;
-}
-
-bool ParseGuid(const std::string& text, GUID* pId)
-{
-    unsigned d1 = 0, d2 = 0, d3 = 0, b[8] = {};
-    int cch = 0;
-    if (std::sscanf(text.c_str(), "{%8x-%4x-%4x-%2x%2x-%2x%2x%2x%2x%2x%2x}%n", &d1, &d2, &d3, &b[0],
-                    &b[1], &b[2], &b[3], &b[4], &b[5], &b[6], &b[7], &cch) != 11 ||
-        static_cast<size_t>(cch) != text.size())
-        return false;
-    pId->Data1 = d1;
-    pId->Data2 = static_cast<unsigned short>(d2);
-    pId->Data3 = static_cast<unsigned short>(d3);
-    for (int i = 0; i < 8; ++i)
-        pId->Data4[i] = static_cast<unsigned char>(b[i]);
-    return true;
-}
 
 std::string Hex(const std::string& bytes)
 {

@@ -28,6 +28,13 @@ inline constexpr CLSID kSystemProviderClassId = {
 inline constexpr const WCHAR* kSystemProviderName = u"Microsoft Software Shadow Copy provider 1.0";
 inline constexpr const WCHAR* kSystemProviderVersion = u"1.0.0.7";
 
+// ---- Ids as text ----
+// "{6a06b0b5-00e8-44b1-99f0-55fe420b2277}": lower case in braces, as VSS's tools and documents
+// write ids and as the provider names a set on the storage system.
+std::string GuidText(const GUID& id);
+// Reads an id with or without its braces, in any case; false for anything else.
+bool ParseGuid(const std::string& text, GUID* pId);
+
 // ---- Fault injection ----
 // Rules are kept in the state, so that they apply in every process of the machine (a rule set
 // by `orvsim vss fault` applies to a later process), one rule per name. A rule applies to the

@@ -130,7 +130,7 @@ private:
             !m_story.Check("writer kept writing", writer.Failure()))
             return false;
         m_snapshotId = ids[0];
-        m_story.Line("Set", GuidText(setId) + " made in " + Ms(measures.llSetNs) +
+        m_story.Line("Set", vsssim::GuidText(setId) + " made in " + Ms(measures.llSetNs) +
                                 ", writes to E: held for " + Ms(measures.llHoldNs));
         m_records = writer.Records();
         m_ullHeld = measures.ullHeldTick;

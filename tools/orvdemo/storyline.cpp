@@ -54,15 +54,6 @@ int CStoryline::Finish()
     return 1;
 }
 
-std::string GuidText(const GUID& id)
-{
-    char sz[40];
-    std::snprintf(sz, sizeof(sz), "{%.8x-%.4x-%.4x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x}",
-                  static_cast<unsigned>(id.Data1), id.Data2, id.Data3, id.Data4[0], id.Data4[1],
-                  id.Data4[2], id.Data4[3], id.Data4[4], id.Data4[5], id.Data4[6], id.Data4[7]);
-    return sz;
-}
-
 std::string Ms(LONGLONG llNanoseconds)
 {
     char sz[32];

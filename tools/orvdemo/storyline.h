@@ -29,7 +29,6 @@ private:
     std::vector<std::string> m_failed;
 };
 
-std::string GuidText(const GUID& id);
 // "12.3 ms"
 std::string Ms(LONGLONG llNanoseconds);
 // "stopped", "running", ...

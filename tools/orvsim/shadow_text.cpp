@@ -113,41 +113,6 @@ std::string Lower(std::string text)
     return text;
 }
 
-std::string GuidText(const GUID& guid)
-{
-    WCHAR sz[39];
-    StringFromGUID2(guid, sz, 39);
-    return Lower(pal::Utf16ToUtf8(sz));
-}
-
-bool ParseGuid(const std::string& text, GUID* pGuid)
-{
-    std::string hex = text;
-    if (hex.size() == 38 && hex.front() == '{' && hex.back() == '}')
-        hex = hex.substr(1, 36);
-    if (hex.size() != 36)
-        return false;
-    std::string digits;
-    for (size_t i = 0; i < hex.size(); ++i) {
-        bool fDash = i == 8 || i == 13 || i == 18 || i == 23;
-        if (fDash != (hex[i] == '-'))
-            return false;
-        if (!fDash && !std::isxdigit(static_cast<unsigned char>(hex[i])))
-            return false;
-        if (!fDash)
-            digits += hex[i];
-    }
-    auto field = [&](size_t offset, size_t length) {
-        return std::stoull(digits.substr(offset, length), nullptr, 16);
-    };
-    pGuid->Data1 = static_cast<DWORD>(field(0, 8));
-    pGuid->Data2 = static_cast<WORD>(field(8, 4));
-    pGuid->Data3 = static_cast<WORD>(field(12, 4));
-    for (size_t i = 0; i < 8; ++i)
-        pGuid->Data4[i] = static_cast<BYTE>(field(16 + 2 * i, 2));
-    return true;
-}
-
 std::u16string DriveRoot(const std::string& text)
 {
     bool fDrive = (text.size() == 2 || (text.size() == 3 && text[2] == '\\')) &&

@@ -12,10 +12,8 @@
 namespace orvsim {
 
 std::string Lower(std::string text);
-// "{6a06b0b5-00e8-44b1-99f0-55fe420b2277}": lower case in braces, as both tools print GUIDs.
-std::string GuidText(const GUID& guid);
-// Reads a GUID with or without its braces, in any case; false for anything else.
-bool ParseGuid(const std::string& text, GUID* pGuid);
+using vsssim::GuidText;
+using vsssim::ParseGuid;
 
 // "E:\" for "e:", "E:" or "e:\"; empty for text that is not a drive.
 std::u16string DriveRoot(const std::string& text);

@@ -24,15 +24,6 @@ std::string Hex(HRESULT hr)
     return sz;
 }
 
-std::string GuidText(const GUID& id)
-{
-    char sz[40];
-    std::snprintf(sz, sizeof(sz), "{%.8x-%.4x-%.4x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x}",
-                  static_cast<unsigned>(id.Data1), id.Data2, id.Data3, id.Data4[0], id.Data4[1],
-                  id.Data4[2], id.Data4[3], id.Data4[4], id.Data4[5], id.Data4[6], id.Data4[7]);
-    return sz;
-}
-
 int FailHr(const std::string& what, HRESULT hr)
 {
     std::cerr << "ERROR: " << what << " (" << Hex(hr) << ").\n";
@@ -160,9 +151,9 @@ private:
         HRESULT hr = vsssim::CreateShadowCopySet(volumes, m_lContext, &setId, &ids, &document);
         if (FAILED(hr))
             return FailHr("The shadow copy set was not made", hr);
-        std::cout << "Shadow copy set " << GuidText(setId) << "\n";
+        std::cout << "Shadow copy set " << vsssim::GuidText(setId) << "\n";
         for (const VSS_ID& id : ids)
-            std::cout << "Shadow copy " << GuidText(id) << "\n";
+            std::cout << "Shadow copy " << vsssim::GuidText(id) << "\n";
         if (!m_document.empty()) {
             std::ofstream file(m_document, std::ios::binary);
             file << document;
@@ -179,7 +170,7 @@ private:
         HRESULT hr = vsssim::ImportShadowCopySet(text.str(), &setId);
         if (FAILED(hr))
             return FailHr("The shadow copy set was not imported", hr);
-        std::cout << "Imported shadow copy set " << GuidText(setId) << "\n";
+        std::cout << "Imported shadow copy set " << vsssim::GuidText(setId) << "\n";
         return 0;
     }
 

@@ -20,7 +20,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 
 namespace {
 
@@ -111,15 +110,6 @@ protected:
     std::string m_filer, m_lunPath;
 };
 
-std::string SetName(const GUID& id)
-{
-    char sz[40];
-    std::snprintf(sz, sizeof(sz), "{%.8x-%.4x-%.4x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x}",
-                  static_cast<unsigned>(id.Data1), id.Data2, id.Data3, id.Data4[0], id.Data4[1],
-                  id.Data4[2], id.Data4[3], id.Data4[4], id.Data4[5], id.Data4[6], id.Data4[7]);
-    return sz;
-}
-
 TEST_F(ShadowCopyTest, PersistentShadowCopyOfEThenItsDeletion)
 {
     ASSERT_HR(S_OK, storagesim::WriteLunData(m_filer, m_lunPath, 0, "before"));
@@ -132,7 +122,7 @@ TEST_F(ShadowCopyTest, PersistentShadowCopyOfEThenItsDeletion)
     // The snapshot is named by the set; its target LUN exposes it and appeared as a disk.
     storagesim::StateView view = Storage();
     ASSERT_EQ(1u, view.snapshots.size());
-    EXPECT_EQ(SetName(setId), view.snapshots[0].name);
+    EXPECT_EQ(vsssim::GuidText(setId), view.snapshots[0].name);
     EXPECT_EQ(m_lunPath, view.snapshots[0].lunPath);
     const std::string target = view.snapshots[0].targetPath;
     ASSERT_EQ(7u, view.disks.size());
@@ -187,8 +177,9 @@ TEST_F(ShadowCopyTest, TransportableSetImportedOnTheSameHost)
     ASSERT_EQ(1u, Storage().snapshots.size());
     EXPECT_EQ(6u, Storage().disks.size());
     ASSERT_EQ(u"", Inventory()[0].deviceName);
-    EXPECT_NE(std::string::npos, document.find("snapshotSetId=\"" + SetName(setId) + "\""));
-    EXPECT_NE(std::string::npos, document.find("snapshotId=\"" + SetName(ids[0]) + "\""));
+    EXPECT_NE(std::string::npos,
+              document.find("snapshotSetId=\"" + vsssim::GuidText(setId) + "\""));
+    EXPECT_NE(std::string::npos, document.find("snapshotId=\"" + vsssim::GuidText(ids[0]) + "\""));
     ASSERT_HR(S_OK, storagesim::WriteLunData(m_filer, m_lunPath, 0, "afterwards"));
 
     ASSERT_HR(S_OK, vsssim::ImportShadowCopySet(document, &importedId));
@@ -265,7 +256,7 @@ TEST_F(ShadowCopyTest, OneSetOverTwoFilers)
     ASSERT_EQ(8u, view.disks.size());
     for (size_t i = 0; i < 2; ++i) {
         const storagesim::SnapshotInfo& snapshot = view.snapshots[i];
-        EXPECT_EQ(SetName(setId), snapshot.name);
+        EXPECT_EQ(vsssim::GuidText(setId), snapshot.name);
         std::string data;
         ASSERT_HR(S_OK, storagesim::ReadLunData(snapshot.filer, snapshot.targetPath, 0, 12, &data));
         EXPECT_EQ(snapshot.filer == m_filer ? "E at the cut" : "I at the cut", data);
@@ -326,7 +317,7 @@ TEST_F(ShadowCopyTest, RecoveredTransportableSets)
         // snapshot it made of it at the final commit goes with it: the set's snapshot is all
         // that stays, and the import surfaces the data of the cut without the recovery's bytes.
         ASSERT_EQ(1u, view.snapshots.size());
-        EXPECT_EQ(SetName(setId), view.snapshots[0].name);
+        EXPECT_EQ(vsssim::GuidText(setId), view.snapshots[0].name);
         ASSERT_HR(S_OK, vsssim::ImportShadowCopySet(document, &setId));
         const std::string target = Storage().disks[6].path;
         std::string data;

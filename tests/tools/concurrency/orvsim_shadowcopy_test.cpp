@@ -13,7 +13,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <fstream>
 #include <regex>
 
@@ -75,15 +74,6 @@ protected:
     }
 };
 
-std::string Id(const GUID& id)
-{
-    char sz[40];
-    std::snprintf(sz, sizeof(sz), "{%.8x-%.4x-%.4x-%.2x%.2x-%.2x%.2x%.2x%.2x%.2x%.2x}",
-                  static_cast<unsigned>(id.Data1), id.Data2, id.Data3, id.Data4[0], id.Data4[1],
-                  id.Data4[2], id.Data4[3], id.Data4[4], id.Data4[5], id.Data4[6], id.Data4[7]);
-    return sz;
-}
-
 TEST_F(OrvsimShadowCopyTest, PersistentShadowCopyOfEMadeListedAndDeleted)
 {
     ProcessResult r =
@@ -92,7 +82,8 @@ TEST_F(OrvsimShadowCopyTest, PersistentShadowCopyOfEMadeListedAndDeleted)
     std::vector<vsssim::ShadowCopyInfo> copies = Inventory();
     ASSERT_EQ(1u, copies.size());
     EXPECT_EQ(u"P:", copies[0].exposedName);
-    const std::string id = Id(copies[0].snapshotId), set = Id(copies[0].setId);
+    const std::string id = vsssim::GuidText(copies[0].snapshotId),
+                      set = vsssim::GuidText(copies[0].setId);
     const std::string machine = pal::Utf16ToUtf8(pal::EventLogComputerName());
     const std::string device = "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1";
     const std::string created =
@@ -206,8 +197,8 @@ TEST_F(OrvsimShadowCopyTest, TransportableSetWritesItsMetadataAndIsImportedFromI
     ASSERT_EQ(1u, copies.size());
     EXPECT_NE(0, copies[0].lAttributes & VSS_VOLSNAP_ATTR_IMPORTED);
     EXPECT_FALSE(copies[0].deviceName.empty());
-    EXPECT_NE(std::string::npos,
-              r.out.find("Alias VSS_SHADOW_1 for shadow ID " + Id(copies[0].snapshotId)))
+    EXPECT_NE(std::string::npos, r.out.find("Alias VSS_SHADOW_1 for shadow ID " +
+                                            vsssim::GuidText(copies[0].snapshotId)))
         << r.out;
     EXPECT_NE(std::string::npos, r.out.find(" Imported")) << r.out;
 }
