@@ -1,5 +1,6 @@
 // `orvsim storage`: the simulated storage management service and its storage systems: set up
 // the topology, show the state, inject faults, and write or read a LUN's data for checks.
+#include "codes.h"
 #include "command.h"
 
 #include "sim/storage/simcodes.h"
@@ -9,64 +10,18 @@
 
 #include "pal/palcontrol.h"
 
-#include <cstdio>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <sstream>
 
 namespace orvsim {
 
 namespace {
 
-std::string Hex(HRESULT hr)
-{
-    char sz[16];
-    std::snprintf(sz, sizeof(sz), "0x%08X", static_cast<DWORD>(hr));
-    return sz;
-}
-
 int Fail(const std::string& message)
 {
     std::cerr << "ERROR: " << message << "\n";
     return 1;
-}
-
-int FailHr(const std::string& what, HRESULT hr)
-{
-    return Fail(what + " (" + Hex(hr) + ").");
-}
-
-// A code as a number (decimal or 0x hexadecimal) or one of the common names.
-bool ParseCode(const std::string& text, HRESULT* phr)
-{
-    static const std::map<std::string, HRESULT> kNames = {
-        {"E_FAIL", E_FAIL},
-        {"E_ACCESSDENIED", E_ACCESSDENIED},
-        {"E_OUTOFMEMORY", E_OUTOFMEMORY},
-        {"E_INVALIDARG", E_INVALIDARG},
-        {"E_UNEXPECTED", E_UNEXPECTED},
-        {"E_POINTER", E_POINTER},
-        {"RPC_E_DISCONNECTED", RPC_E_DISCONNECTED},
-        {"RPC_E_SERVERFAULT", RPC_E_SERVERFAULT},
-        {"CO_E_OBJNOTCONNECTED", CO_E_OBJNOTCONNECTED},
-        {"TESSERA_E_BACKUP_SNAPSHOT_UNSUPPORTED", TESSERA_E_BACKUP_SNAPSHOT_UNSUPPORTED},
-    };
-    auto it = kNames.find(text);
-    if (it != kNames.end()) {
-        *phr = it->second;
-        return true;
-    }
-    try {
-        size_t cchUsed = 0;
-        unsigned long long value = std::stoull(text, &cchUsed, 0);
-        if (cchUsed != text.size() || value > 0xFFFFFFFFull)
-            return false;
-        *phr = static_cast<HRESULT>(static_cast<DWORD>(value));
-        return true;
-    } catch (const std::exception&) {
-        return false;
-    }
 }
 
 // "filer:/vol/v/lun" into its two parts.

@@ -63,45 +63,16 @@ int VssadminFail(HRESULT hr)
 
 namespace {
 
-// Prints every provider the enumerator holds, freeing each record's strings.
-HRESULT PrintProviders(IVssEnumObject* pEnum)
-{
-    for (;;) {
-        VSS_OBJECT_PROP prop;
-        ULONG cFetched = 0;
-        HRESULT hr = pEnum->Next(1, &prop, &cFetched);
-        if (FAILED(hr))
-            return hr;
-        if (cFetched == 0)
-            return S_OK;
-        const VSS_PROVIDER_PROP& p = prop.Obj.Prov;
-        std::cout << "Provider name: '" << pal::Utf16ToUtf8(p.m_pwszProviderName) << "'\n"
-                  << "   Provider type: " << TypeName(p.m_eProviderType) << "\n"
-                  << "   Provider Id: " << GuidText(p.m_ProviderId) << "\n"
-                  << "   Version: " << pal::Utf16ToUtf8(p.m_pwszProviderVersion) << "\n\n";
-        CoTaskMemFree(p.m_pwszProviderName);
-        CoTaskMemFree(p.m_pwszProviderVersion);
-    }
-}
-
+// Prints every registered provider; those read before a failure are printed too.
 HRESULT ListProviders()
 {
-    vsssim::CVssCoordinator coordinator;
-    HRESULT hr = coordinator.Start();
-    if (FAILED(hr))
-        return hr;
-    IVssAdmin* pAdmin = nullptr;
-    hr = CoCreateInstance(CLSID_VSSCoordinator, nullptr, CLSCTX_ALL, IID_IVssAdmin,
-                          reinterpret_cast<void**>(&pAdmin));
-    if (FAILED(hr))
-        return hr;
-    IVssEnumObject* pEnum = nullptr;
-    hr = pAdmin->QueryProviders(&pEnum);
-    pAdmin->Release();
-    if (FAILED(hr))
-        return hr;
-    hr = PrintProviders(pEnum);
-    pEnum->Release();
+    std::vector<ProviderRecord> providers;
+    HRESULT hr = QueryProviderRecords(&providers);
+    for (const ProviderRecord& provider : providers)
+        std::cout << "Provider name: '" << provider.name << "'\n"
+                  << "   Provider type: " << TypeName(provider.type) << "\n"
+                  << "   Provider Id: " << GuidText(provider.providerId) << "\n"
+                  << "   Version: " << provider.version << "\n\n";
     return hr;
 }
 

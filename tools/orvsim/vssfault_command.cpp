@@ -1,66 +1,20 @@
 // `orvsim vss`: the simulated VSS's faults (a writer's veto, a call of the provider that fails,
 // the hold of writes, VSS's process ending at a point of the set), and a requester of its own to
 // make a set and import a transportable one, so that a fault's effect can be seen from the shell.
+#include "codes.h"
 #include "command.h"
 
 #include "sim/vss/vsssim.h"
 
 #include "pal/objbase.h"
 
-#include <cstdio>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <sstream>
 
 namespace orvsim {
 
 namespace {
-
-std::string Hex(HRESULT hr)
-{
-    char sz[16];
-    std::snprintf(sz, sizeof(sz), "0x%08X", static_cast<DWORD>(hr));
-    return sz;
-}
-
-int FailHr(const std::string& what, HRESULT hr)
-{
-    std::cerr << "ERROR: " << what << " (" << Hex(hr) << ").\n";
-    return 1;
-}
-
-// A code as a number (decimal or 0x hexadecimal) or one of the names VSS's faults use.
-bool ParseCode(const std::string& text, HRESULT* phr)
-{
-    static const std::map<std::string, HRESULT> kNames = {
-        {"E_FAIL", E_FAIL},
-        {"E_OUTOFMEMORY", E_OUTOFMEMORY},
-        {"RPC_E_DISCONNECTED", RPC_E_DISCONNECTED},
-        {"RPC_E_SERVERFAULT", RPC_E_SERVERFAULT},
-        {"VSS_E_PROVIDER_VETO", VSS_E_PROVIDER_VETO},
-        {"VSS_E_HOLD_WRITES_TIMEOUT", VSS_E_HOLD_WRITES_TIMEOUT},
-        {"VSS_E_FLUSH_WRITES_TIMEOUT", VSS_E_FLUSH_WRITES_TIMEOUT},
-        {"VSS_E_WRITERERROR_RETRYABLE", VSS_E_WRITERERROR_RETRYABLE},
-        {"VSS_E_WRITERERROR_NONRETRYABLE", VSS_E_WRITERERROR_NONRETRYABLE},
-        {"VSS_E_WRITERERROR_TIMEOUT", VSS_E_WRITERERROR_TIMEOUT},
-    };
-    auto it = kNames.find(text);
-    if (it != kNames.end()) {
-        *phr = it->second;
-        return true;
-    }
-    try {
-        size_t cchUsed = 0;
-        unsigned long long value = std::stoull(text, &cchUsed, 0);
-        if (cchUsed != text.size() || value > 0xFFFFFFFFull)
-            return false;
-        *phr = static_cast<HRESULT>(static_cast<DWORD>(value));
-        return true;
-    } catch (const std::exception&) {
-        return false;
-    }
-}
 
 class VssCommand final : public Command
 {
