@@ -4,12 +4,12 @@
 // set over two filers, the import of a transportable set, recovered sets, a fault at each
 // point of the sequence and VSS's process ending in the middle of a set.
 #include "host/vssregistration.h"
+#include "providermachine.h"
 #include "sim/storage/storagesim.h"
 #include "sim/vss/lunbuilder.h"
 #include "sim/vss/lunencoding.h"
 #include "sim/vss/vsssim.h"
 #include "tests/pal/registry/registry_testing.h"
-#include "tests/support/paltest.h"
 
 #include "pal/objbase.h"
 #include "pal/palcontrol.h"
@@ -20,41 +20,15 @@
 
 #include <gtest/gtest.h>
 
-
 namespace {
 
-constexpr LONG kPersistent =
-    LONG{VSS_CTX_BACKUP} | VSS_VOLSNAP_ATTR_PERSISTENT | VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE;
-
-class ShadowCopyTest : public orvtest::PalTest
+class ShadowCopyTest : public orvtest::ProviderMachineTest
 {
 protected:
     void SetUp() override
     {
-        PalTest::SetUp();
-        ASSERT_HR(S_OK, storagesim::InitializeState("", ""));
-        std::filesystem::path dir = MakeDir("Program Files/Orvane");
-        std::filesystem::copy_file(ORVPROV_EXE, dir / "orvprov");
-        orvtest::registry::ChildProcess install(
-            {(dir / "orvprov").string(), "-r", "service", "-a", "LocalSystem"}, {});
-        orvtest::registry::ProcessResult result = install.Wait();
-        ASSERT_EQ(0, result.exitCode) << result.out << result.err;
-        ASSERT_HR(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
-        m_hManager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
-        m_hService = OpenServiceW(m_hManager, W("Orvhwsvc"), SERVICE_ALL_ACCESS);
-        ASSERT_NE(nullptr, m_hService);
+        ProviderMachineTest::SetUp();
         ASSERT_HR(S_OK, storagesim::FindLunByDrive("E:\\", &m_filer, &m_lunPath));
-    }
-    void TearDown() override
-    {
-        SERVICE_STATUS status = {};
-        if (m_hService && ControlService(m_hService, SERVICE_CONTROL_STOP, &status)) {
-            EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
-        }
-        CloseServiceHandle(m_hService);
-        CloseServiceHandle(m_hManager);
-        CoUninitialize();
-        PalTest::TearDown();
     }
     DWORD State()
     {
@@ -88,12 +62,6 @@ protected:
         EXPECT_HR(S_OK, storagesim::ReadLunData(m_filer, path, dwOffset, cb, &data));
         return data;
     }
-    static std::vector<vsssim::ShadowCopyInfo> Inventory()
-    {
-        std::vector<vsssim::ShadowCopyInfo> copies;
-        EXPECT_HR(S_OK, vsssim::QueryShadowCopies(&copies));
-        return copies;
-    }
     // Nothing on the storage system or in the inventory beyond the machine's own LUNs.
     void ExpectNothingMade()
     {
@@ -105,8 +73,6 @@ protected:
     }
 
     size_t m_cEventsSeen = 0;
-    SC_HANDLE m_hManager = nullptr;
-    SC_HANDLE m_hService = nullptr;
     std::string m_filer, m_lunPath;
 };
 
