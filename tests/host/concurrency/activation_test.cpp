@@ -8,8 +8,8 @@
 #include "pal/winsvc.h"
 #include "tests/host/support/tracefiles.h"
 #include "tests/pal/registry/registry_testing.h"
-#include "tests/support/paltest.h"
 #include "tests/support/pipedchild.h"
+#include "tests/support/providermachine.h"
 
 #include <gtest/gtest.h>
 
@@ -22,47 +22,20 @@ constexpr CLSID kClsidProvider = {
     0xC7F1D659, 0x6F48, 0x45AA, {0x93, 0xD2, 0xD9, 0x94, 0x14, 0xEA, 0x51, 0x90}};
 constexpr char kClsidText[] = "{C7F1D659-6F48-45AA-93D2-D99414EA5190}";
 
-class ProviderActivationTest : public orvtest::PalTest
+class ProviderActivationTest : public orvtest::ProviderMachineTest
 {
 protected:
     void SetUp() override
     {
-        PalTest::SetUp();
         // The service's drain of three 10-second waits passes in 30 ms.
         setenv("ORVSIM_CLOCK_SCALE", "1000", 1);
-        m_dir = MakeDir("Program Files/Orvane");
-        std::filesystem::copy_file(ORVPROV_EXE, m_dir / "orvprov");
-        orvtest::registry::ChildProcess install(
-            {(m_dir / "orvprov").string(), "-r", "service", "-a", "LocalSystem"}, {});
-        orvtest::registry::ProcessResult result = install.Wait();
-        ASSERT_EQ(0, result.exitCode) << result.out << result.err;
-        ASSERT_HR(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
-        m_hManager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
-        m_hService = OpenServiceW(m_hManager, W("Orvhwsvc"), SERVICE_ALL_ACCESS);
-        ASSERT_NE(nullptr, m_hService);
+        ProviderMachineTest::SetUp();
     }
     void TearDown() override
     {
-        SERVICE_STATUS status = {};
-        if (m_hService && ControlService(m_hService, SERVICE_CONTROL_STOP, &status)) {
-            EXPECT_TRUE(orvtest::WaitUntil([&] { return State() == SERVICE_STOPPED; }));
-        }
-        CloseServiceHandle(m_hService);
-        CloseServiceHandle(m_hManager);
-        CoUninitialize();
+        ProviderMachineTest::TearDown();
         unsetenv("ORVSIM_CLOCK_SCALE");
-        PalTest::TearDown();
     }
-
-    DWORD State()
-    {
-        SERVICE_STATUS status = {};
-        return QueryServiceStatus(m_hService, &status) ? status.dwCurrentState : 0;
-    }
-
-    std::filesystem::path m_dir;
-    SC_HANDLE m_hManager = nullptr;
-    SC_HANDLE m_hService = nullptr;
 };
 
 TEST_F(ProviderActivationTest, StartsTheServiceAndStopsItAfterTheLastRelease)

@@ -7,7 +7,7 @@
 
 namespace {
 
-class ExposureTest : public orvtest::ProviderMachineTest
+class ExposureTest : public orvtest::ShadowCopyMachineTest
 {
 protected:
     static std::string Read(const std::u16string& volume)

@@ -22,18 +22,13 @@
 
 namespace {
 
-class ShadowCopyTest : public orvtest::ProviderMachineTest
+class ShadowCopyTest : public orvtest::ShadowCopyMachineTest
 {
 protected:
     void SetUp() override
     {
-        ProviderMachineTest::SetUp();
+        ShadowCopyMachineTest::SetUp();
         ASSERT_HR(S_OK, storagesim::FindLunByDrive("E:\\", &m_filer, &m_lunPath));
-    }
-    DWORD State()
-    {
-        SERVICE_STATUS status = {};
-        return QueryServiceStatus(m_hService, &status) ? status.dwCurrentState : 0;
     }
     static storagesim::StateView Storage()
     {
